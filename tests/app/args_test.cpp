@@ -1,0 +1,76 @@
+// Splitting a raw command line the way a Windows program receives it, and
+// looking options up in the store.
+#include "app/args.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+static std::vector<std::string> split(const std::string &line) {
+    i32 count = 0;
+    char **pointers = args_parse((const u8 *)line.data(), line.size(), &count);
+    std::vector<std::string> result;
+    for (i32 i = 0; i < count; i++) result.emplace_back(pointers[i]);
+    return result;
+}
+
+TEST(ArgsParse, QuotesAndBackslashes) {
+    struct Case {
+        const char *line;
+        std::vector<std::string> expected;
+    } cases[] = {
+        {"prog a b", {"prog", "a", "b"}},
+        {"prog  a \t b", {"prog", "a", "b"}},                    // runs of blanks make no empty argument
+        {"prog \"a b\" c", {"prog", "a b", "c"}},                // quotes group
+        {"prog a\\\\\"b c\"", {"prog", "a\\b c"}},               // two backslashes before a quote become one
+        {"prog a\\\"b", {"prog", "a\"b"}},                       // an odd count leaves a literal quote
+        {"prog C:\\dir\\file", {"prog", "C:\\dir\\file"}},       // backslashes elsewhere stay
+        {"prog trailing\\\\", {"prog", "trailing\\\\"}},         // pending backslashes are written out
+        {"prog \"\"", {"prog"}},                                 // an empty quoted argument is no argument
+        {"prog caf\xc3\xa9", {"prog", "caf\xc3\xa9"}},           // UTF-8 passes through
+        {"prog \"unterminated quote", {"prog", "unterminated quote"}},
+    };
+    for (const Case &c : cases) EXPECT_EQ(split(c.line), c.expected) << c.line;
+}
+
+TEST(ArgsParse, PointerArrayIsAlignedInsideTheBuffer) {
+    i32 count = 0;
+    std::string line = "x y";
+    char **pointers = args_parse((const u8 *)line.data(), line.size(), &count);
+    EXPECT_EQ((uintptr_t)pointers % 8, 0u);
+    ASSERT_EQ(count, 2);
+    EXPECT_LT((void *)pointers[1], (void *)pointers);
+}
+
+TEST(ArgsParseDeathTest, EmptyOrOverlongLineStops) {
+    std::string empty;
+    EXPECT_DEATH(split(empty), "Empty command line or tool long command line.");
+    std::string overlong = "prog " + std::string(4000, 'a');
+    EXPECT_DEATH(split(overlong), "Empty command line or tool long command line.");
+}
+
+TEST(ArgsStore, FindAndValue) {
+    const char *argv[] = {"tidewrack", "-log", "-path", "/tmp/feeds", "-profile", "-path"};
+    args_store(6, (char **)argv);
+    EXPECT_EQ(args_count, 6);
+    EXPECT_EQ(args_table[3].used, 10u);
+    EXPECT_EQ(args_table[3].reserved, 11u);
+    EXPECT_EQ(args_find_z("-log", 1), 1);
+    EXPECT_EQ(args_find_z("-gfx_log", 1), 0);
+    EXPECT_EQ(args_find_z("-lo", 1), 0); // exact match only
+
+    data_t value = args_value("-path", 5, nullptr);
+    EXPECT_EQ(std::string((char *)value.bytes, value.used), "/tmp/feeds");
+
+    // A search that starts past the first "-path" finds the last one, which
+    // has no value: as if it were absent.
+    i32 index = 3;
+    EXPECT_EQ(args_value("-path", 5, &index).bytes, nullptr);
+    EXPECT_GT(args_program_name.used, 0u);
+}
+
+TEST(ArgsStoreDeathTest, TooManyArguments) {
+    static std::vector<char *> many(129, (char *)"x");
+    EXPECT_DEATH(args_store(129, many.data()), "Too many arguments");
+}
