@@ -1,0 +1,172 @@
+// Helpers shared by the html tests: arenas of an exact size, decoding a
+// whole byte string, tokens and trees as short strings.
+#pragma once
+
+#include <cstring>
+#include <fstream>
+#include <map>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "base/log.h"
+#include "html/html.h"
+
+namespace html_test {
+
+inline data_t view(const std::string &s) { return data_t{s.size(), s.size(), (u8 *)s.data()}; }
+inline std::string text(const data_t &d) { return d.bytes ? std::string((const char *)d.bytes, d.used) : std::string(); }
+
+// An arena of exactly `size` bytes, in memory the sanitizer watches.
+struct arena_t {
+    std::vector<u8> memory;
+    data_t data;
+    explicit arena_t(u64 size) : memory(size ? size : 1) { data = data_t{size, 0, memory.data()}; }
+};
+
+inline std::string utf8(u32 c) {
+    std::string s;
+    if (c < 0x80) s += (char)c;
+    else if (c < 0x800) s += (char)(0xC0 | c >> 6), s += (char)(0x80 | (c & 0x3F));
+    else if (c < 0x10000)
+        s += (char)(0xE0 | c >> 12), s += (char)(0x80 | ((c >> 6) & 0x3F)), s += (char)(0x80 | (c & 0x3F));
+    else
+        s += (char)(0xF0 | c >> 18), s += (char)(0x80 | ((c >> 12) & 0x3F)), s += (char)(0x80 | ((c >> 6) & 0x3F)),
+            s += (char)(0x80 | (c & 0x3F));
+    return s;
+}
+
+// Every code point of `bytes` in `encoding` through the tokenizer's frame.
+inline std::vector<u32> decode_all(u32 encoding, const std::string &bytes) {
+    hp_reader_t reader = {};
+    reader.position = (const u8 *)bytes.data();
+    reader.end = reader.position + bytes.size();
+    reader.pending = code_point_none;
+    std::vector<u32> out;
+    for (u64 guard = 0; guard < 4 * bytes.size() + 8; guard++) {
+        u32 error = 0;
+        u32 c = hp_decode_codepoint(&reader, encoding, &error);
+        if (error) break;
+        out.push_back(c);
+    }
+    return out;
+}
+
+// Tokens as one line each: "D0" doctype (legacy), "S:name/ a=v b" start tag
+// ("/" when self-closing; "a" alone has no value), "E:name", "C:text",
+// "X:text" (cdata), "T:text".
+inline std::string token_string(const html_token_t &t) {
+    switch (t.kind) {
+    case html_token_doctype: return "D" + std::to_string(t.legacy);
+    case html_token_start_tag: {
+        std::string s = "S:" + text(t.text) + (t.self_closing ? "/" : "");
+        for (u32 i = 0; i < t.attribute_count; i++) {
+            s += " " + text(t.attributes[i].name);
+            if (t.attributes[i].value.bytes) s += "=" + text(t.attributes[i].value);
+        }
+        return s;
+    }
+    case html_token_end_tag: return "E:" + text(t.text);
+    case html_token_comment: return "C:" + text(t.text);
+    case html_token_cdata: return "X:" + text(t.text);
+    case html_token_text: return "T:" + text(t.text);
+    default: return "?";
+    }
+}
+
+struct tokenized_t {
+    std::vector<std::string> tokens;
+    u32 error = 0;
+    u32 encoding = 0;
+    std::string joined() const {
+        std::string s;
+        for (size_t i = 0; i < tokens.size(); i++) s += (i ? "|" : "") + tokens[i];
+        return s;
+    }
+};
+
+inline tokenized_t tokenize(const std::string &input) {
+    data_t in = view(input);
+    arena_t arena(hp_tokenizer_size(&in));
+    tokenized_t result;
+    html_tokens_t tokens = hp_tokenizer(&arena.data, &in, 0, &result.error);
+    for (u64 i = 0; i < tokens.token_count; i++) result.tokens.push_back(token_string(tokens.tokens[i]));
+    result.encoding = tokens.encoding;
+    return result;
+}
+
+// A tree as nested text: "p(a:'x' b(...))" with attributes as [href=x].
+inline void tree_string_node(const html_node_t *node, std::string &out) {
+    if (node->kind == html_node_kind_text) {
+        out += "'" + text(node->text) + "'";
+        return;
+    }
+    out += text(html_element_name(node->element));
+    for (u32 i = 0; i < node->attribute_count; i++) {
+        out += "[" + text(html_attribute_name(node->attributes[i].attribute));
+        if (node->attributes[i].value.used) out += "=" + text(node->attributes[i].value);
+        out += "]";
+    }
+    if (node->child_count) {
+        out += "(";
+        for (u32 i = 0; i < node->child_count; i++) {
+            if (i) out += " ";
+            tree_string_node(node->children[i], out);
+        }
+        out += ")";
+    }
+}
+
+struct built_t {
+    std::string tree;
+    u32 token_error = 0;
+    u32 tree_error = 0;
+    u64 node_count = 0;
+};
+
+inline built_t build(const std::string &input, u32 tolerant) {
+    data_t in = view(input);
+    built_t result;
+    arena_t token_arena(hp_tokenizer_size(&in));
+    html_tokens_t tokens = hp_tokenizer(&token_arena.data, &in, 0, &result.token_error);
+    arena_t tree_arena(hp_tree_size(&tokens));
+    html_tree_t tree = hp_tree_construction(&tree_arena.data, &tokens, tolerant, &result.tree_error);
+    result.node_count = tree.node_count;
+    for (u32 i = 0; tree.nodes && i < tree.nodes->child_count; i++) {
+        if (i) result.tree += " ";
+        tree_string_node(tree.nodes->children[i], result.tree);
+    }
+    return result;
+}
+
+inline std::string read_file(const std::string &path) {
+    std::ifstream f(path, std::ios::binary);
+    std::stringstream s;
+    s << f.rdbuf();
+    return s.str();
+}
+
+// A published index file: pointer -> code point.
+inline std::map<u32, u32> read_index(const std::string &name) {
+    std::map<u32, u32> table;
+    std::istringstream lines(read_file(std::string(TIDEWRACK_TEST_DATA) + "/html/index-" + name + ".txt"));
+    std::string line;
+    while (std::getline(lines, line)) {
+        if (line.empty() || line[0] == '#') continue;
+        std::istringstream fields(line);
+        u32 pointer;
+        std::string code_point;
+        if (fields >> pointer >> code_point) table[pointer] = (u32)std::stoul(code_point, nullptr, 16);
+    }
+    return table;
+}
+
+// The text written to log channel 0 since `mark` (a size of its data).
+inline u64 log_mark() { return log_channel(log_main)->data.used; }
+inline std::string log_since(u64 mark) {
+    log_channel_t *c = log_channel(log_main);
+    if (!c->data.bytes || c->data.used < mark) return "";
+    return std::string((const char *)c->data.bytes + mark, c->data.used - mark);
+}
+
+} // namespace html_test
