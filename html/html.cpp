@@ -4,7 +4,7 @@
 u64 html_parse_document_size(const data_t *input) {
     // The tree's bound follows from the tokenizer's predictions.
     u64 n = input->used;
-    u64 tokens = n > 1 ? n / 2 : 1;
+    u64 tokens = n > 1 ? (n + 1) / 2 : 1;
     u64 attributes = n > 4 ? (n - 3) / 2 : 1;
     html_tokens_t bound = {};
     bound.token_count = tokens;

@@ -133,8 +133,19 @@ hp_cursor_t hp_cursor_create(const u8 *bytes, u64 size, u32 flags) {
     return cursor;
 }
 
+// Encodings in which every byte below 0x80 stands for itself, whatever
+// came before it: the frame reads such a byte without calling the decoder.
+static const u8 hp_ascii_compatible[encoding_count] = {
+    0, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1,
+    1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 0, 1, 1, 0, 0, 0, 1,
+};
+
 u32 hp_decode_codepoint(hp_reader_t *reader, u32 encoding, u32 *error) {
     if (*error) return code_point_none;
+    if (reader->pending == code_point_none && reader->position < reader->end && *reader->position < 0x80 &&
+        encoding < encoding_count && hp_ascii_compatible[encoding]) {
+        return *reader->position++;
+    }
     if (reader->pending != code_point_none) {
         assert_true(encoding == encoding_big5);
         u32 code_point = reader->pending;
@@ -236,6 +247,13 @@ void hp_push_codepoint(data_t *text_block, data_t *target, u32 code_point) {
     u8 *destination = text_block->bytes + text_block->used;
     const u8 *limit = text_block->bytes + text_block->reserved;
     if (!target->bytes) target->bytes = destination;
+    if (code_point < 0x80 && destination < limit) {
+        *destination = (u8)code_point;
+        text_block->used++;
+        target->used++;
+        target->reserved++;
+        return;
+    }
     u8 size = 0;
     u32 error = 0;
     utf8_encode(destination, limit, code_point, &size, &error);
@@ -417,7 +435,13 @@ void hp_parse_attribute(hp_cursor_t *cursor, data_t *text_block, data_t *name, d
 
 // ---- states -----------------------------------------------------------------------------
 
+// Marks go around the multi-byte pushes only: one per ASCII character
+// would cost more than the push itself.
 static void hp_push(html_tokens_t *tokens, hp_cursor_t *cursor, u32 code_point) {
+    if (code_point < 0x80) {
+        hp_push_codepoint(&tokens->text_block, &cursor->token.text, code_point);
+        return;
+    }
     mark_start(label_hp_push_codepoint);
     hp_push_codepoint(&tokens->text_block, &cursor->token.text, code_point);
     mark_end(label_hp_push_codepoint);
@@ -815,7 +839,9 @@ struct hp_prediction_t {
 
 static hp_prediction_t hp_predict(u64 n) {
     hp_prediction_t p;
-    p.tokens = n > 1 ? n / 2 : 1;
+    // A text of one byte between tags of three ("a<p>b<p>c") makes a token
+    // for every two bytes and one more: n / 2 alone falls one short.
+    p.tokens = n > 1 ? (n + 1) / 2 : 1;
     p.attributes = n > 4 ? (n - 3) / 2 : 1;
     p.text = 4 * n;
     return p;
