@@ -259,3 +259,23 @@ TEST(HtmlDocument, OneCall) {
     EXPECT_EQ(error, (u32)html_tokenizer_error_eof_quoted_attribute_value);
     EXPECT_EQ(doc.tree.node_count, 3u);
 }
+
+// The debugging dumps the command-line tools print.
+TEST(HtmlDocument, Dumps) {
+    std::string input = "<!doctype html><p class=x>a<br/><!--c--></p>";
+    data_t in = view(input);
+    arena_t arena(html_parse_document_size(&in));
+    u32 error = 0;
+    html_document_t doc = html_parse_document(&arena.data, &in, 1, &error);
+    ASSERT_EQ(error, 0u);
+    u64 mark = log_mark();
+    hp_print_tokens(&doc.tokens);
+    EXPECT_EQ(log_since(mark), "doctype legacy=0\nstart_tag: p self_closing=0\n    class=\"x\"\ntext: a\n"
+                               "start_tag: br self_closing=1\ncomment: c\nend_tag: p\n");
+    mark = log_mark();
+    html_tree_print(&doc.tree);
+    std::string tree = log_since(mark);
+    EXPECT_NE(tree.find("p class=\"x\"\n"), std::string::npos) << tree;
+    EXPECT_NE(tree.find("text_node: a\n"), std::string::npos) << tree;
+    EXPECT_NE(tree.find("br\n"), std::string::npos) << tree;
+}
