@@ -68,7 +68,12 @@ struct profiler_thread_t {
     profiler_mark_t *mark_end;
     profiler_collapse_mark_t *mark_collapse_start;
     profiler_collapse_mark_t *mark_collapse_end;
-    u32 *depth;
+    u32 *depth;          // open spans of each label
+    // When the buffer is too full to close what is open, marks are skipped as
+    // whole spans so that the events stay in matched pairs.
+    u64 open;             // recorded spans not closed yet
+    u64 skipped;          // skipped spans not closed yet
+    u32 collapse_skipped; // the current collapsible span was skipped
 };
 
 // How time stamps map to seconds. On Linux the program measures both spans
@@ -119,6 +124,7 @@ struct profiler_node_t {
     profiler_node_t *first_child;
     profiler_node_t *next_sibling;
     profiler_node_t *parent;
+    profiler_node_t *last_child;
 };
 
 struct profiler_total_t {
@@ -151,4 +157,6 @@ struct profiler_report_t {
 
 void profiler_read(profiler_report_t *report, const data_t *path, u32 *error);
 f64 profiler_ticks_to_seconds(const profiler_report_t *report, u64 ticks);
+// Writes what fits of the text report and returns the size of the whole of
+// it, so a null destination with size 0 measures.
 u64 profiler_report(const profiler_report_t *report, u8 *destination, u64 size, u32 *error);

@@ -71,6 +71,7 @@ void os_semaphore_close(os_semaphore_t *semaphore);
 os_event_t *os_event_create(); // auto-reset
 void os_event_signal(os_event_t *event);
 void os_event_wait(os_event_t *event);
+void os_event_close(os_event_t *event);
 
 // ---- process and places ------------------------------------------------------------
 // The program's own path, zero-terminated; returns its length (cut at size).
