@@ -1,0 +1,533 @@
+// compact.cpp - tidying the reader before a save (strings into a fresh text
+// area, dense ids and generations, the code point list cut to what the text
+// uses) and the audit that checks every count and relation.
+#include "base/log.h"
+#include "reader/reader.h"
+#include "reader/reader_internal.h"
+
+#define STRING_AT(type, field) (u16) offsetof(type, field)
+
+const u16 reader_strings_feed_rss[23] = {
+    STRING_AT(feed_t, url),
+    STRING_AT(feed_t, rss.title),
+    STRING_AT(feed_t, rss.link),
+    STRING_AT(feed_t, rss.description),
+    STRING_AT(feed_t, rss.language),
+    STRING_AT(feed_t, rss.copyright),
+    STRING_AT(feed_t, rss.managing_editor),
+    STRING_AT(feed_t, rss.web_master),
+    STRING_AT(feed_t, rss.generator),
+    STRING_AT(feed_t, rss.docs),
+    STRING_AT(feed_t, rss.cloud_domain),
+    STRING_AT(feed_t, rss.cloud_path),
+    STRING_AT(feed_t, rss.cloud_register_procedure),
+    STRING_AT(feed_t, rss.cloud_protocol),
+    STRING_AT(feed_t, rss.image_url),
+    STRING_AT(feed_t, rss.image_title),
+    STRING_AT(feed_t, rss.image_link),
+    STRING_AT(feed_t, rss.image_description),
+    STRING_AT(feed_t, rss.rating),
+    STRING_AT(feed_t, rss.text_input_title),
+    STRING_AT(feed_t, rss.text_input_description),
+    STRING_AT(feed_t, rss.text_input_name),
+    STRING_AT(feed_t, rss.text_input_link),
+};
+
+const u16 reader_strings_feed_atom[10] = {
+    STRING_AT(feed_t, url),
+    STRING_AT(feed_t, atom.generator),
+    STRING_AT(feed_t, atom.generator_uri),
+    STRING_AT(feed_t, atom.generator_version),
+    STRING_AT(feed_t, atom.icon),
+    STRING_AT(feed_t, atom.logo),
+    STRING_AT(feed_t, atom.atom_id),
+    STRING_AT(feed_t, atom.rights),
+    STRING_AT(feed_t, atom.subtitle),
+    STRING_AT(feed_t, atom.title),
+};
+
+const u16 reader_strings_entry_rss[10] = {
+    STRING_AT(entry_t, rss.title),          STRING_AT(entry_t, rss.link),       STRING_AT(entry_t, rss.description),
+    STRING_AT(entry_t, rss.author),         STRING_AT(entry_t, rss.comments),   STRING_AT(entry_t, rss.enclosure_url),
+    STRING_AT(entry_t, rss.enclosure_type), STRING_AT(entry_t, rss.source),     STRING_AT(entry_t, rss.source_url),
+    STRING_AT(entry_t, rss.guid),
+};
+
+const u16 reader_strings_entry_atom[6] = {
+    STRING_AT(entry_t, atom.content), STRING_AT(entry_t, atom.atom_id), STRING_AT(entry_t, atom.rights),
+    STRING_AT(entry_t, atom.source),  STRING_AT(entry_t, atom.summary), STRING_AT(entry_t, atom.title),
+};
+
+const u16 reader_strings_category[3] = {8, 32, 56};
+const u16 reader_strings_atom_link[4] = {8, 32, 56, 80};
+
+static bool reader_visit_fields(u8 *record, const u16 *offsets, u32 count, reader_string_visit_t *visit,
+                                void *context) {
+    for (u32 i = 0; i < count; i++)
+        if (!visit(context, (data_t *)(record + offsets[i]))) return false;
+    return true;
+}
+
+bool reader_visit_strings(reader_t *reader, reader_string_visit_t *visit, void *context, bool *bad_feed,
+                          bool *bad_entry) {
+    for (u32 i = 0; i < reader->feeds.entry_count; i++) {
+        u8 *record = (u8 *)pool_entry(&reader->feeds, sizeof(feed_t), i);
+        switch (feed_get_type((feed_t *)record)) {
+        case reader_type_rss:
+            if (!reader_visit_fields(record, reader_strings_feed_rss, 23, visit, context)) return false;
+            break;
+        case reader_type_atom:
+            if (!reader_visit_fields(record, reader_strings_feed_atom, 10, visit, context)) return false;
+            break;
+        default: *bad_feed = true; return false;
+        }
+    }
+    for (u32 i = 0; i < reader->entries.entry_count; i++) {
+        u8 *record = (u8 *)pool_entry(&reader->entries, sizeof(entry_t), i);
+        switch (entry_get_type((entry_t *)record)) {
+        case reader_type_rss:
+            if (!reader_visit_fields(record, reader_strings_entry_rss, 10, visit, context)) return false;
+            break;
+        case reader_type_atom:
+            if (!reader_visit_fields(record, reader_strings_entry_atom, 6, visit, context)) return false;
+            break;
+        default: *bad_entry = true; return false;
+        }
+    }
+    for (u32 i = 0; i < reader->categories.entry_count; i++) {
+        u8 *record = (u8 *)pool_entry(&reader->categories, sizeof(category_t), i);
+        if (!reader_visit_fields(record, reader_strings_category, 3, visit, context)) return false;
+    }
+    for (u32 i = 0; i < reader->persons.entry_count; i++) {
+        u8 *record = (u8 *)pool_entry(&reader->persons, sizeof(person_t), i);
+        if (!reader_visit_fields(record, reader_strings_category, 3, visit, context)) return false;
+    }
+    for (u32 i = 0; i < reader->atom_links.entry_count; i++) {
+        u8 *record = (u8 *)pool_entry(&reader->atom_links, sizeof(atom_link_t), i);
+        if (!reader_visit_fields(record, reader_strings_atom_link, 4, visit, context)) return false;
+    }
+    return true;
+}
+
+static void reader_stop_on_wrong_type(bool bad_feed, bool bad_entry) {
+    if (bad_feed) {
+        log_string(log_main, "Wrong feed type.\n");
+        assert_message(false, "Wrong feed type.");
+    }
+    if (bad_entry) {
+        log_string(log_main, "Wrong entry type.\n");
+        assert_message(false, "Wrong entry type.");
+    }
+}
+
+// ---- compaction ----------------------------------------------------------------------
+
+// Appends the field's bytes to the text and leaves their offset in its place.
+static bool reader_compact_field(void *context, data_t *field) {
+    reader_t *reader = (reader_t *)context;
+    u64 size = field->used;
+    bool fits = reader_text_reserve(reader, reader->text.used + size);
+    assert_message(fits, "The reader's text area is full.");
+    u64 offset = reader->text.used;
+    if (size) memory_copy(reader->text.bytes + offset, field->bytes, size);
+    reader->text.used += size;
+    field->reserved = size;
+    field->bytes = (u8 *)(uintptr_t)offset;
+    return true;
+}
+
+void reader_compact(reader_t *reader) {
+    u64 old_size = reader->text.used;
+    data_t old_block = reader->text_block;
+    reader->text_block = reader->text_block_spare;
+    reader->text_block_spare = old_block;
+    if (reader->text_block.used < reader->text.reserved) {
+        u8 *memory = data_address_space_commit(&reader->text_block, reader->text.reserved - reader->text_block.used);
+        assert_message(memory, "No memory to compact the reader's text.");
+    }
+    reader->text = data_t{reader->text_block.used, 0, reader->text_block.bytes};
+
+    bool bad_feed = false, bad_entry = false;
+    reader_visit_strings(reader, reader_compact_field, reader, &bad_feed, &bad_entry);
+    reader_stop_on_wrong_type(bad_feed, bad_entry);
+
+    // Link configuration strings come home from the file storage if they
+    // were edited, and go back there no more.
+    const u8 *old_first = old_block.bytes;
+    const u8 *old_end = old_block.bytes + old_block.reserved;
+    for (u32 i = 0; i < reader_link_configuration_count; i++) {
+        link_configuration_t *configuration = &reader->link_configurations[i];
+        data_t *fields[3] = {&configuration->name, &configuration->executable, &configuration->queued_links};
+        for (data_t *field : fields) {
+            u8 *old_bytes = field->bytes;
+            u64 old_reserved = field->reserved;
+            field->reserved = field->used;
+            reader_compact_field(reader, field);
+            bool in_text = old_bytes >= old_first && old_bytes < old_end;
+            if (old_bytes && !in_text && reader->text_release)
+                reader->text_release(reader->text_release_context, old_bytes, old_reserved);
+        }
+    }
+
+    for (u32 i = 0; i < reader->metas.entry_count; i++) {
+        meta_t *meta = (meta_t *)pool_entry(&reader->metas, sizeof(meta_t), i);
+        u64 index = (u64)(meta->link_configuration - reader->link_configurations);
+        assert_message(meta->link_configuration >= reader->link_configurations &&
+                           index < reader_link_configuration_count,
+                       "A meta record points outside the link configurations.");
+        meta->link_configuration_index = index;
+    }
+
+    if (reader->text_block_spare.used)
+        data_address_space_decommit(&reader->text_block_spare, reader->text_block_spare.used);
+
+    u64 new_size = reader->text.used;
+    log_string(log_main, "compact_memory diff: ");
+    log_number(log_main, old_size);
+    log_string(log_main, " - ");
+    log_number(log_main, new_size);
+    log_string(log_main, " = ");
+    log_number_signed(log_main, (i64)old_size - (i64)new_size);
+    log_string(log_main, "\n");
+}
+
+static bool reader_rebase_field(void *context, data_t *field) {
+    reader_t *reader = (reader_t *)context;
+    field->bytes = reader->text.bytes + (u64)(uintptr_t)field->bytes;
+    return true;
+}
+
+void reader_rebase(reader_t *reader) {
+    bool bad_feed = false, bad_entry = false;
+    reader_visit_strings(reader, reader_rebase_field, reader, &bad_feed, &bad_entry);
+    reader_stop_on_wrong_type(bad_feed, bad_entry);
+    for (u32 i = 0; i < reader_link_configuration_count; i++) {
+        link_configuration_t *configuration = &reader->link_configurations[i];
+        reader_rebase_field(reader, &configuration->name);
+        reader_rebase_field(reader, &configuration->executable);
+        reader_rebase_field(reader, &configuration->queued_links);
+    }
+    for (u32 i = 0; i < reader->metas.entry_count; i++) {
+        meta_t *meta = (meta_t *)pool_entry(&reader->metas, sizeof(meta_t), i);
+        u64 index = meta->link_configuration_index;
+        assert_message(index < reader_link_configuration_count, "A meta record's link configuration is not 0 to 9.");
+        meta->link_configuration = &reader->link_configurations[index];
+    }
+}
+
+// ---- renumbering ------------------------------------------------------------------------
+
+void reader_renumber_generations(reader_t *reader, data_t *frame_memory) {
+    u32 largest = reader->generation;
+    READER_FOR_EACH(entry_t, entry, reader->entries, reader_pool_live_entry) {
+        if (entry->generation > largest) largest = entry->generation;
+    }
+    u64 used_before = frame_memory->used;
+    u32 *table = (u32 *)data_push(frame_memory, ((u64)largest + 1) * 4, 4);
+    assert_message(table, "No frame memory to renumber generations.");
+    memory_zero(table, ((u64)largest + 1) * 4);
+
+    u32 distinct = 0;
+    READER_FOR_EACH(entry_t, entry, reader->entries, reader_pool_live_entry) {
+        if (!table[entry->generation]) {
+            table[entry->generation] = 1;
+            distinct++;
+        }
+    }
+    u32 running = 0;
+    for (u64 g = 0; g <= largest; g++)
+        if (table[g]) table[g] = ++running;
+    READER_FOR_EACH(entry_t, entry, reader->entries, reader_pool_live_entry) {
+        entry->generation = table[entry->generation];
+    }
+    reader->generation = distinct;
+    frame_memory->used = used_before;
+}
+
+// A map of changed ids: (old << 32 | new), sorted by old id.
+struct reader_id_map_t {
+    u64 *pairs;
+    u64 count;
+};
+
+static u32 reader_map_id(const reader_id_map_t *map, u32 id) {
+    u64 at = reader_sorted_lower_bound(map->pairs, map->count, (u64)id << 32);
+    if (at < map->count && (u32)(map->pairs[at] >> 32) == id) return (u32)map->pairs[at];
+    return id;
+}
+
+// Sets the first word of the records of slots 0 to count - 1 to slot + 1 and
+// records each change.
+static reader_id_map_t reader_renumber_pool(pool_t *pool, u64 record_size, u64 id_offset, data_t *frame_memory) {
+    reader_id_map_t map = {};
+    map.pairs = (u64 *)data_push(frame_memory, (u64)pool->entry_count * 8 + 8, 8);
+    assert_message(map.pairs, "No frame memory to renumber ids.");
+    for (u32 i = 0; i < pool->entry_count; i++) {
+        u32 *id = (u32 *)((u8 *)pool_entry(pool, record_size, i) + id_offset);
+        if (*id == i + 1) continue;
+        map.pairs[map.count++] = (u64)*id << 32 | (i + 1);
+        *id = i + 1;
+    }
+    reader_sort_u64(map.pairs, map.count);
+    return map;
+}
+
+void reader_renumber_ids(reader_t *reader, data_t *frame_memory) {
+    u64 used_before = frame_memory->used;
+    reader_id_map_t feeds = reader_renumber_pool(&reader->feeds, sizeof(feed_t), offsetof(feed_t, id), frame_memory);
+    reader_id_map_t entries =
+        reader_renumber_pool(&reader->entries, sizeof(entry_t), offsetof(entry_t, id), frame_memory);
+    for (u32 i = 0; i < reader->entries.entry_count; i++) {
+        entry_t *entry = (entry_t *)pool_entry(&reader->entries, sizeof(entry_t), i);
+        entry->feed_id = reader_map_id(&feeds, entry->feed_id);
+    }
+    reader_id_map_t categories = reader_renumber_pool(&reader->categories, sizeof(category_t), 0, frame_memory);
+    reader_id_map_t persons = reader_renumber_pool(&reader->persons, sizeof(person_t), 0, frame_memory);
+
+    for (u32 i = 0; i < reader->links.entry_count; i++) {
+        link_t *link = (link_t *)pool_entry(&reader->links, sizeof(link_t), i);
+        switch (link->kind) {
+        case link_kind_rss_feed_category:
+        case link_kind_atom_feed_category:
+            link->owner_id = reader_map_id(&feeds, link->owner_id);
+            link->target_id = reader_map_id(&categories, link->target_id);
+            break;
+        case link_kind_rss_entry_category:
+        case link_kind_atom_entry_category:
+            link->owner_id = reader_map_id(&entries, link->owner_id);
+            link->target_id = reader_map_id(&categories, link->target_id);
+            break;
+        case link_kind_atom_feed_author:
+        case link_kind_atom_feed_contributor:
+            link->owner_id = reader_map_id(&feeds, link->owner_id);
+            link->target_id = reader_map_id(&persons, link->target_id);
+            break;
+        case link_kind_atom_entry_author:
+        case link_kind_atom_entry_contributor:
+            link->owner_id = reader_map_id(&entries, link->owner_id);
+            link->target_id = reader_map_id(&persons, link->target_id);
+            break;
+        default: break;
+        }
+    }
+    for (u32 i = 0; i < reader->atom_links.entry_count; i++) {
+        atom_link_t *link = (atom_link_t *)pool_entry(&reader->atom_links, sizeof(atom_link_t), i);
+        if (link->owner_kind == atom_link_owner_feed) link->owner_id = reader_map_id(&feeds, link->owner_id);
+        else if (link->owner_kind == atom_link_owner_entry) link->owner_id = reader_map_id(&entries, link->owner_id);
+    }
+    for (u32 i = 0; i < reader->metas.entry_count; i++) {
+        meta_t *meta = (meta_t *)pool_entry(&reader->metas, sizeof(meta_t), i);
+        meta->feed_id = reader_map_id(&feeds, meta->feed_id);
+    }
+    reader->last_feed_id = reader->feeds.entry_count;
+    reader->last_entry_id = reader->entries.entry_count;
+    reader->last_category_id = reader->categories.entry_count;
+    reader->last_person_id = reader->persons.entry_count;
+    frame_memory->used = used_before;
+}
+
+// ---- code points ----------------------------------------------------------------------------
+
+void reader_trim_code_points(reader_t *reader) {
+    code_point_list_t *list = reader->code_points;
+    if (!list) return;
+    assert_message(list->capacity == code_point_list_capacity, "The code point list has the wrong capacity.");
+    u32 *cells = list->code_points;
+    // The whole array is the presence table, so every cell is cleared.
+    memory_zero(cells, (u64)list->capacity * 4);
+
+    u32 start[code_point_list_start_count];
+    code_point_list_t start_list = {};
+    code_point_list_init(&start_list, start, code_point_list_start_count);
+    for (u32 i = 0; i < code_point_list_start_count; i++) cells[start[i]] = start[i];
+    u32 count = code_point_list_start_count;
+
+    const u8 *at = reader->text.bytes;
+    const u8 *end = reader->text.bytes + reader->text.used;
+    while (at < end) {
+        u32 code_point = code_point_none;
+        u8 size = 0;
+        u32 error = 0;
+        utf8_decode(at, end, &code_point, &size, &error);
+        if (error) {
+            at++;
+            continue;
+        }
+        at += size;
+        // U+0000 can't mark a cell, and the table ends below U+10FFFF.
+        if (code_point == 0 || code_point >= list->capacity) continue;
+        if (!cells[code_point]) {
+            cells[code_point] = code_point;
+            count++;
+        }
+    }
+
+    u32 packed = 0;
+    u32 last_read = 0;
+    for (u32 c = 1; c < list->capacity && packed < count; c++) {
+        if (!cells[c]) continue;
+        u32 value = cells[c];
+        cells[c] = 0;
+        cells[packed] = value;
+        if (value == code_point_replacement && reader->replacement_glyph_index)
+            *reader->replacement_glyph_index = packed;
+        packed++;
+        last_read = c;
+    }
+    for (u32 c = last_read + 1; c < list->capacity; c++) assert_true(cells[c] == 0);
+    assert_true(packed == count);
+    list->count = count;
+}
+
+// ---- audit -------------------------------------------------------------------------------------
+
+struct reader_pool_count_t {
+    pool_t *pool;
+    u64 record_size;
+    pool_is_live_t *is_live;
+    u32 counted;
+};
+
+static void reader_count_pools(reader_t *reader, reader_pool_count_t counts[7]) {
+    counts[0] = {&reader->feeds, sizeof(feed_t), reader_pool_live_feed, 0};
+    counts[1] = {&reader->entries, sizeof(entry_t), reader_pool_live_entry, 0};
+    counts[2] = {&reader->categories, sizeof(category_t), reader_pool_live_category, 0};
+    counts[3] = {&reader->persons, sizeof(person_t), reader_pool_live_person, 0};
+    counts[4] = {&reader->atom_links, sizeof(atom_link_t), reader_pool_live_atom_link, 0};
+    counts[5] = {&reader->links, sizeof(link_t), reader_pool_live_link, 0};
+    counts[6] = {&reader->metas, sizeof(meta_t), reader_pool_live_meta, 0};
+    for (u32 p = 0; p < 7; p++) {
+        pool_t *pool = counts[p].pool;
+        for (u32 i = 0; i < pool->max_entry_count; i++)
+            if (counts[p].is_live(pool_entry(pool, counts[p].record_size, i), nullptr)) counts[p].counted++;
+    }
+}
+
+static bool reader_pool_counts_agree(reader_t *reader, const reader_pool_count_t counts[7]) {
+    for (u32 p = 0; p < 7; p++)
+        if (counts[p].counted != counts[p].pool->entry_count) return false;
+    return reader->metas.entry_count == reader->feeds.entry_count;
+}
+
+// Number of keys equal to `key` in a sorted array.
+static u32 reader_sorted_count(const u64 *keys, u64 count, u64 key) {
+    u64 first = reader_sorted_lower_bound(keys, count, key);
+    u64 last = first;
+    while (last < count && keys[last] == key) last++;
+    return (u32)(last - first);
+}
+
+static u64 reader_owner_key(u32 kind, u32 owner_id) { return (u64)kind << 32 | owner_id; }
+
+u32 reader_audit_relations(reader_t *reader) {
+    // Each owner's counts must equal its links. Rather than walk every link
+    // for every feed and entry, the links with an existing target are sorted
+    // by (kind, owner) once and counted by search.
+    u64 *categories = reader_scratch.keys_c;
+    u64 category_count = 0;
+    READER_FOR_EACH(category_t, category, reader->categories, reader_pool_live_category) {
+        categories[category_count++] = category->id;
+    }
+    reader_sort_u64(categories, category_count);
+    u64 *persons = categories + category_count;
+    u64 person_count = 0;
+    READER_FOR_EACH(person_t, person, reader->persons, reader_pool_live_person) {
+        persons[person_count++] = person->id;
+    }
+    reader_sort_u64(persons, person_count);
+
+    u64 *links = reader_scratch.keys_a;
+    u64 link_count = 0;
+    u32 links_seen = 0;
+    READER_FOR_EACH(link_t, link, reader->links, reader_pool_live_link) {
+        links_seen++;
+        bool category_target = link->kind <= link_kind_atom_entry_category;
+        bool exists = category_target ? reader_sorted_contains(categories, category_count, link->target_id)
+                                      : reader_sorted_contains(persons, person_count, link->target_id);
+        if (exists) links[link_count++] = reader_owner_key(link->kind, link->owner_id);
+    }
+    reader_sort_u64(links, link_count);
+    u64 *atom_links = reader_scratch.keys_b;
+    u64 atom_link_count = 0;
+    u32 atom_links_seen = 0;
+    READER_FOR_EACH(atom_link_t, link, reader->atom_links, reader_pool_live_atom_link) {
+        atom_links_seen++;
+        atom_links[atom_link_count++] = reader_owner_key(link->owner_kind, link->owner_id);
+    }
+    reader_sort_u64(atom_links, atom_link_count);
+    if (links_seen != reader->links.entry_count || atom_links_seen != reader->atom_links.entry_count) return 1;
+
+    auto links_of = [&](u32 kind, u32 owner) { return reader_sorted_count(links, link_count, reader_owner_key(kind, owner)); };
+    auto atom_links_of = [&](u32 kind, u32 owner) {
+        return reader_sorted_count(atom_links, atom_link_count, reader_owner_key(kind, owner));
+    };
+
+    u32 feeds_seen = 0;
+    READER_FOR_EACH(feed_t, feed, reader->feeds, reader_pool_live_feed) {
+        feeds_seen++;
+        if (feed_get_type(feed) == reader_type_atom) {
+            if (links_of(link_kind_atom_feed_category, feed->id) != feed->atom.category_count) return 2;
+            if (links_of(link_kind_atom_feed_author, feed->id) != feed->atom.author_count) return 2;
+            if (links_of(link_kind_atom_feed_contributor, feed->id) != feed->atom.contributor_count) return 2;
+            if (atom_links_of(atom_link_owner_feed, feed->id) != feed->atom.link_count) return 2;
+        } else {
+            if (links_of(link_kind_rss_feed_category, feed->id) != feed->rss.category_count) return 2;
+        }
+    }
+    if (feeds_seen != reader->feeds.entry_count) return 1;
+
+    u32 entries_seen = 0;
+    READER_FOR_EACH(entry_t, entry, reader->entries, reader_pool_live_entry) {
+        entries_seen++;
+        feed_t *feed = reader_get_feed_by_id(reader, entry->feed_id);
+        if (!feed || feed_get_type(feed) != entry_get_type(entry)) continue;
+        if (entry_get_type(entry) == reader_type_atom) {
+            if (links_of(link_kind_atom_entry_category, entry->id) != entry->atom.category_count) return 3;
+            if (links_of(link_kind_atom_entry_author, entry->id) != entry->atom.author_count) return 3;
+            if (links_of(link_kind_atom_entry_contributor, entry->id) != entry->atom.contributor_count) return 3;
+            if (atom_links_of(atom_link_owner_entry, entry->id) != entry->atom.link_count) return 3;
+        } else {
+            if (links_of(link_kind_rss_entry_category, entry->id) != entry->rss.category_count) return 3;
+        }
+    }
+    if (entries_seen != reader->entries.entry_count) return 1;
+    return 0;
+}
+
+bool reader_audit_check(reader_t *reader) {
+    reader_pool_count_t counts[7];
+    reader_count_pools(reader, counts);
+    if (!reader_pool_counts_agree(reader, counts)) return false;
+    return reader_audit_relations(reader) == 0;
+}
+
+void reader_audit(reader_t *reader) {
+    reader_pool_count_t counts[7];
+    reader_count_pools(reader, counts);
+    for (u32 p = 0; p < 7; p++)
+        assert_message(counts[p].counted == counts[p].pool->entry_count,
+                       "The audit found a pool whose count disagrees with its records.");
+    assert_message(reader->metas.entry_count == reader->feeds.entry_count,
+                   "The audit found feeds and meta records that differ in number.");
+
+    static const char *const labels[7][3] = {
+        {"feed count: ", "actual feed count: ", "feed count difference: "},
+        {"entry count: ", "actual entry count: ", "entry count difference: "},
+        {"category count: ", "actual category count: ", "category count difference: "},
+        {"atom person count: ", "actual atom person count: ", "person count difference: "},
+        {"atom link count: ", "actual atom link count: ", "atom link count difference: "},
+        {"link count: ", "actual link count: ", "link count difference: "},
+        {"meta count: ", "actual meta count: ", "meta count difference: "},
+    };
+    log_indent(log_main);
+    for (u32 p = 0; p < 7; p++) {
+        u32 stored = counts[p].pool->entry_count;
+        log_line_number(log_main, stored, true, labels[p][0], true);
+        log_line_number(log_main, counts[p].counted, true, labels[p][1], true);
+        log_line_number(log_main, stored - counts[p].counted, true, labels[p][2], true);
+    }
+    log_outdent(log_main);
+
+    assert_message(reader_audit_relations(reader) == 0,
+                   "The audit found an owner whose counts disagree with its links.");
+}
