@@ -40,7 +40,9 @@ static profiler_thread_t profiler_disabled_thread = {
     .mark_collapse_end = profiler_collapse_nothing,
 };
 
-thread_local profiler_thread_t *profiler_thread = &profiler_disabled_thread;
+static thread_local profiler_thread_t *profiler_thread = &profiler_disabled_thread;
+
+profiler_thread_t *profiler_thread_current() { return profiler_thread; }
 
 // Room a thread must keep so that every span it has open can still be
 // closed: a start is recorded only if it, its own end and the ends of all

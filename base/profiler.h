@@ -93,7 +93,9 @@ struct profiler_clock_t {
 };
 
 extern profiler_thread_t profiler_threads[profiler_max_threads];
-extern thread_local profiler_thread_t *profiler_thread;
+// The calling thread's record; a thread that never registered gets the
+// shared record whose marks do nothing.
+profiler_thread_t *profiler_thread_current();
 extern profiler_clock_t profiler_clock;
 
 void profiler_init(u32 thread_type, u64 event_capacity, u32 *error);

@@ -268,7 +268,7 @@ void profiler_read(profiler_report_t *report, const data_t *path, u32 *error) {
         profiler_read_fail(report, profiler_error_no_memory, error);
         return;
     }
-    report->timelines = (profiler_timeline_t *)data_push(&report->nodes, timelines_size, 16);
+    report->timelines = (profiler_timeline_t *)data_push(&report->nodes, timelines_size, 8);
     u64 at = 0;
     for (u32 i = 0; i < report->timeline_count; i++) {
         profiler_timeline_t *t = &report->timelines[i];

@@ -218,7 +218,9 @@ void reader_rebase(reader_t *reader) {
 // ---- renumbering ------------------------------------------------------------------------
 
 void reader_renumber_generations(reader_t *reader, data_t *frame_memory) {
-    u32 largest = reader->generation;
+    // The table spans the entries' generations only, so a stray counter
+    // can't ask for more memory than the entries need.
+    u32 largest = 0;
     READER_FOR_EACH(entry_t, entry, reader->entries, reader_pool_live_entry) {
         if (entry->generation > largest) largest = entry->generation;
     }

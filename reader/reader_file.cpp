@@ -177,12 +177,13 @@ static reader_file_names_t reader_list_files(const data_t *folder, data_t *frame
     file_list_directory(&names.list, folder, &extension, nullptr, file_walk_files);
     // Paths lie one after another in the arena, so each ends where the next
     // begins.
+    // The text ends here: the lengths below go onto the same arena.
+    u8 *text_end = data_end(names.list.text);
     names.lengths = (u64 *)data_push(frame_memory, (u64)names.list.count * 8 + 8, 8);
     if (!names.lengths) {
         names.list.count = 0;
         return names;
     }
-    u8 *text_end = data_end(names.list.text);
     for (u32 i = 0; i < names.list.count; i++) {
         u8 *end = i + 1 < names.list.count ? names.list.paths[i + 1] : text_end;
         names.lengths[i] = (u64)(end - names.list.paths[i]);
@@ -287,10 +288,20 @@ static bool reader_check_string(void *context, data_t *field) {
     return offset <= text_size && field->used <= text_size - offset;
 }
 
-// What the audit doesn't look at but every later step relies on: unique ids
-// below the counters, each entry under an existing feed of its type, each
-// feed's entry count, and one meta record a feed.
+// What the audit doesn't look at but every later step relies on: counters
+// as a save leaves them, unique ids, each entry under an existing feed of its
+// type and of a generation that has begun, each feed's entry count, one meta
+// record a feed, and a sorted list of code points.
 static bool reader_records_agree(reader_t *reader) {
+    if (reader->last_feed_id != reader->feeds.entry_count || reader->last_entry_id != reader->entries.entry_count ||
+        reader->last_category_id != reader->categories.entry_count ||
+        reader->last_person_id != reader->persons.entry_count)
+        return false;
+    const code_point_list_t *list = reader->code_points;
+    for (u32 i = 0; i < list->count; i++) {
+        if (list->code_points[i] >= list->capacity) return false;
+        if (i && list->code_points[i] <= list->code_points[i - 1]) return false;
+    }
     u64 *ids = reader_scratch.keys_a;
     auto unique_ids = [&](pool_t *pool, u64 record_size, u64 id_offset, u32 last_id) {
         for (u32 i = 0; i < pool->entry_count; i++) {
@@ -313,6 +324,7 @@ static bool reader_records_agree(reader_t *reader) {
         entry_t *entry = (entry_t *)pool_entry(&reader->entries, sizeof(entry_t), i);
         feed_t *feed = reader_get_feed_by_id(reader, entry->feed_id);
         if (!feed || feed_get_type(feed) != entry_get_type(entry)) return false;
+        if (entry->generation > reader->generation) return false;
         counted[pool_index_of(&reader->feeds, sizeof(feed_t), feed)]++;
     }
     for (u32 i = 0; i < reader->feeds.entry_count; i++) {

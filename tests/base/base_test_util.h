@@ -1,0 +1,40 @@
+// Helpers shared by the base tests: temporary folders and plain file access
+// through the standard library, independent of the code under test.
+#pragma once
+
+#include "base/memory.h"
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <string>
+
+inline data_t view_of(const std::string &s) { return data_t{s.size(), s.size(), (u8 *)s.data()}; }
+inline std::string text_of(const data_t &d) { return std::string((const char *)d.bytes, d.used); }
+
+inline std::string read_whole(const std::string &path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+inline void write_whole(const std::string &path, const std::string &bytes) {
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out.write(bytes.data(), (std::streamsize)bytes.size());
+}
+
+// A fresh folder under the system's temporary folder, removed at the end.
+struct temp_folder_t {
+    std::string path;
+    temp_folder_t() {
+        std::string pattern = (std::filesystem::temp_directory_path() / "tidewrack-test-XXXXXX").string();
+        char *made = mkdtemp(pattern.data());
+        path = made ? made : "";
+    }
+    ~temp_folder_t() {
+        std::error_code ignored;
+        if (!path.empty()) std::filesystem::remove_all(path, ignored);
+    }
+    std::string operator/(const std::string &name) const { return path + "/" + name; }
+};

@@ -1,0 +1,234 @@
+// Dates: the two feed forms, the arithmetic with its kept day walk, file
+// stamps and local text.
+#include "base/dates.h"
+
+#include "base_test_util.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+
+namespace {
+
+std::string show(date_t d) {
+    char text[64];
+    snprintf(text, sizeof(text), "%04u-%02u-%02u %02u:%02u:%02u", d.year, d.month, d.day, d.hour, d.minute,
+             d.second);
+    return text;
+}
+
+struct parse_case_t {
+    const char *text;
+    const char *expected;
+};
+
+} // namespace
+
+TEST(Dates, Rfc822) {
+    const parse_case_t cases[] = {
+        {"Mon, 02 Jan 2006 15:04:05 GMT", "2006-01-02 15:04:05"},
+        {"02 Jan 2006 15:04:05 +0100", "2006-01-02 14:04:05"},
+        {"02 Jan 2006 15:04:05 -0100", "2006-01-02 16:04:05"},
+        {"02 Jan 2006 15:04:05 +0530", "2006-01-02 09:34:05"},
+        {"02 Jan 2006 23:30:00 -0100", "2006-01-03 00:30:00"},
+        {"02 Jan 2006 00:30:00 +0100", "2006-01-01 23:30:00"},
+        {"01 Jan 2006 00:30:00 +0100", "2005-12-31 23:30:00"},
+        {"01 Mar 2004 00:30:00 +0100", "2004-02-29 23:30:00"},
+        {"02 Jan 2006 15:04:05 EST", "2006-01-02 15:04:05"}, // named zones are not recognised
+        {"02 Jan 2006 15:04:05 PDT", "2006-01-02 15:04:05"},
+        {"02 Jan 2006 15:04:05 Z", "2006-01-02 15:04:05"},
+        {"02 Jan 2006 15:04:05 A", "2006-01-02 16:04:05"},
+        {"02 Jan 2006 15:04:05 N", "2006-01-02 14:04:05"},
+        {"02 Jan 2006 15:04:05 J", "2006-01-02 15:04:05"},
+        {"02 Jan 2006 15:04:05 UT", "2006-01-02 15:04:05"},
+        {"02 Jan 06 15:04 +0000", "0006-01-02 15:04:00"},
+        {"  Tue, 10 Jun 2003 04:00:00 GMT", "2003-06-10 04:00:00"},
+        {"2 Jan 2006 15:04:05 GMT", "2006-01-02 15:04:05"},
+        {"Sun, 31 Dec 2006 23:59:59 -0001", "2007-01-02 00:00:59"},
+        // The forward walk runs a day ahead at a month's end.
+        {"30 Jan 2006 23:30:00 -0100", "2006-02-01 00:30:00"},
+        {"31 Jan 2006 23:30:00 -0100", "2006-02-02 00:30:00"},
+        {"", "65535-00-00 00:00:00"},
+        {"Mon, ", "65535-00-00 00:00:00"},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.text);
+        data_t t = data_from_pointer(c.text, strlen(c.text));
+        EXPECT_EQ(show(date_parse_rfc822(&t)), c.expected);
+    }
+}
+
+TEST(Dates, Rfc822NeverReadsOutsideTheText) {
+    // Every prefix of a long date, each in a buffer of its exact size.
+    const std::string full = "Mon, 02 Jan 2006 15:04:05 +0100";
+    for (size_t n = 0; n <= full.size(); n++) {
+        std::string cut = full.substr(0, n);
+        std::vector<u8> exact(cut.begin(), cut.end());
+        data_t t = {exact.size(), exact.size(), exact.empty() ? nullptr : exact.data()};
+        date_parse_rfc822(&t);
+        date_parse_rfc3339(&t);
+        date_from_file_text(&t);
+    }
+    const char *odd[] = {"\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF", "99 Xyz 9999 99:99:99 -9999", "Mon,", "a b",
+                         "01 Feb 2006 10:00:00 ~9999"};
+    for (const char *text : odd) {
+        data_t t = data_from_pointer(text, strlen(text));
+        date_parse_rfc822(&t);
+    }
+}
+
+TEST(Dates, Rfc3339IgnoresTheZone) {
+    const parse_case_t cases[] = {
+        {"2006-01-02T15:04:05Z", "2006-01-02 15:04:05"},
+        {"2006-01-02T15:04:05.123+09:00", "2006-01-02 15:04:05"},
+        {"2020-01-02T03:04:05+02:00", "2020-01-02 03:04:05"},
+        {"2006-01-02", "0000-00-00 00:00:00"}, // fewer than 11 bytes
+        {"2006-01-02T", "2006-01-02 00:00:00"},
+        {"2006-01-02T15:04", "2006-01-02 00:00:00"},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.text);
+        data_t t = data_from_pointer(c.text, strlen(c.text));
+        EXPECT_EQ(show(date_parse_rfc3339(&t)), c.expected);
+    }
+}
+
+TEST(Dates, Add) {
+    struct {
+        const char *start;
+        i64 years, months, days, hours, minutes, seconds;
+        const char *expected;
+    } cases[] = {
+        {"2006-01-30 00:00:00", 0, 0, 1, 0, 0, 0, "2006-02-01 00:00:00"},
+        {"2006-01-31 00:00:00", 0, 0, 1, 0, 0, 0, "2006-02-02 00:00:00"},
+        {"2006-01-10 00:00:00", 0, 0, 5, 0, 0, 0, "2006-01-15 00:00:00"},
+        {"2006-03-01 00:00:00", 0, 0, -1, 0, 0, 0, "2006-02-28 00:00:00"},
+        {"2004-03-01 00:00:00", 0, 0, -1, 0, 0, 0, "2004-02-29 00:00:00"},
+        {"2006-03-15 00:00:00", 0, 0, -45, 0, 0, 0, "2006-01-29 00:00:00"},
+        {"2006-01-01 00:00:00", 0, 0, 0, 0, 0, -1, "2005-12-31 23:59:59"},
+        {"2006-01-01 00:00:00", 0, 0, 0, 0, 0, 3600 * 25, "2006-01-02 01:00:00"},
+        {"2006-01-31 10:00:00", 0, 1, 0, 0, 0, 0, "2006-02-28 10:00:00"},
+        {"2006-11-15 00:00:00", 0, 3, 0, 0, 0, 0, "2007-02-15 00:00:00"},
+        {"2006-02-15 00:00:00", 0, -14, 0, 0, 0, 0, "2004-12-15 00:00:00"},
+        {"2004-02-29 00:00:00", 1, 0, 0, 0, 0, 0, "2005-02-28 00:00:00"},
+        {"2004-02-29 00:00:00", 4, 0, 0, 0, 0, 0, "2008-02-29 00:00:00"},
+        {"0001-05-05 00:00:00", -10, 0, 0, 0, 0, 0, "0000-05-05 00:00:00"},
+        {"65000-05-05 00:00:00", 1000, 0, 0, 0, 0, 0, "65535-05-05 00:00:00"},
+        {"0000-00-00 00:00:00", 0, 0, 0, 0, 0, 0, "0000-00-00 00:00:00"}, // no date stays no date
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(std::string(c.start) + " -> " + c.expected);
+        date_t d = {};
+        unsigned y, mo, da, h, mi, s;
+        ASSERT_EQ(sscanf(c.start, "%u-%u-%u %u:%u:%u", &y, &mo, &da, &h, &mi, &s), 6);
+        d = date_t{(u16)y, (u8)mo, (u8)da, (u8)h, (u8)mi, (u8)s, 0};
+        EXPECT_EQ(show(date_add(d, c.years, c.months, c.days, c.hours, c.minutes, c.seconds)), c.expected);
+    }
+    // Huge offsets end quickly and stay within the record.
+    date_t d = {2006, 1, 1, 0, 0, 0, 0};
+    EXPECT_EQ(date_add(d, 0, 0, INT64_MAX, 0, 0, 0).year, 65535);
+    EXPECT_EQ(date_add(d, 0, 0, INT64_MIN, 0, 0, 0).year, 0);
+    EXPECT_EQ(date_add(d, 0, 0, 0, 0, 0, INT64_MAX).year, 65535);
+    EXPECT_EQ(date_add(d, INT64_MIN, INT64_MIN, 0, 0, 0, 0).year, 0);
+}
+
+TEST(Dates, LeapYearsNumbersAndOrder) {
+    EXPECT_TRUE(date_is_leap_year(2000));
+    EXPECT_FALSE(date_is_leap_year(1900));
+    EXPECT_TRUE(date_is_leap_year(2004));
+    EXPECT_FALSE(date_is_leap_year(2006));
+    EXPECT_EQ(date_month_length(2004, 2), 29);
+    EXPECT_EQ(date_month_length(2006, 2), 28);
+    EXPECT_EQ(date_month_length(2006, 12), 31);
+
+    date_t a = {2006, 1, 31, 23, 59, 59, 0};
+    date_t b = {2006, 2, 1, 0, 0, 0, 0};
+    EXPECT_EQ(date_to_number(a), 20060131235959ull);
+    EXPECT_TRUE(date_is_after(b, a));
+    EXPECT_TRUE(date_is_before(a, b));
+    EXPECT_FALSE(date_is_after(a, a));
+    date_t none = {};
+    EXPECT_TRUE(date_is_empty(&none));
+    EXPECT_FALSE(date_is_empty(&a));
+}
+
+TEST(Dates, FileText) {
+    u8 storage[32];
+    data_t out = {sizeof(storage), 2, storage};
+    date_t d = {2006, 1, 2, 15, 4, 5, 0};
+    data_t text = date_to_file_text(d, &out);
+    EXPECT_EQ(text_of(text), "20060102_150405");
+    EXPECT_EQ(text.bytes, storage + 2);
+    EXPECT_EQ(out.used, 17u);
+
+    struct {
+        const char *text;
+        const char *expected;
+    } cases[] = {
+        {"20060102_150405", "2006-01-02 15:04:05"},
+        {"20040229_000000", "2004-02-29 00:00:00"},
+        {"20060102_150405.bin", "2006-01-02 15:04:05"},
+        {"20060230_150405", "0000-00-00 00:00:00"},
+        {"20050229_000000", "0000-00-00 00:00:00"},
+        {"20061301_000000", "0000-00-00 00:00:00"},
+        {"20060100_000000", "0000-00-00 00:00:00"},
+        {"20060102_240000", "0000-00-00 00:00:00"},
+        {"20060102_236000", "0000-00-00 00:00:00"},
+        {"20060102_235960", "0000-00-00 00:00:00"},
+        {"20060102-150405", "0000-00-00 00:00:00"},
+        {"2006010_150405", "0000-00-00 00:00:00"},
+        {"2006a102_150405", "0000-00-00 00:00:00"},
+        {"", "0000-00-00 00:00:00"},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.text);
+        data_t t = data_from_pointer(c.text, strlen(c.text));
+        EXPECT_EQ(show(date_from_file_text(&t)), c.expected);
+    }
+    // Round trip.
+    data_t again = data_from_pointer(text.bytes, text.used);
+    EXPECT_EQ(date_to_number(date_from_file_text(&again)), date_to_number(d));
+}
+
+TEST(Dates, NowIsAPlausibleUtcDate) {
+    date_t now = date_now();
+    EXPECT_GE(now.year, 2024);
+    EXPECT_GE(now.month, 1);
+    EXPECT_LE(now.month, 12);
+    EXPECT_GE(now.day, 1);
+    EXPECT_LE(now.day, date_month_length(now.year, now.month));
+    EXPECT_LT(now.hour, 24);
+}
+
+TEST(Dates, LocalTextInTheCLocaleAndUtc) {
+    // The zone and the locale are read when first needed.
+    setenv("TZ", "UTC", 1);
+    setenv("LC_ALL", "C", 1);
+    tzset();
+    u8 storage[256];
+    data_t out = {sizeof(storage), 0, storage};
+    date_t d = {2006, 1, 2, 15, 4, 5, 0};
+    data_t sep = data_literal(", ");
+    data_t both = date_to_string(d, &out, 0, &sep);
+    EXPECT_EQ(text_of(both), "Monday 2 January 2006, 15:04:05");
+    data_t date_only = date_to_string(d, &out, date_string_no_time, nullptr);
+    EXPECT_EQ(text_of(date_only), "Monday 2 January 2006");
+    data_t time_only = date_to_string(d, &out, date_string_no_date, &sep);
+    EXPECT_EQ(text_of(time_only), "15:04:05");
+    EXPECT_EQ(out.used, both.used + date_only.used + time_only.used);
+
+    setenv("TZ", "XYZ-2", 1); // two hours east of UTC, without the zone database
+    tzset();
+    data_t shifted = date_to_string(d, &out, date_string_no_date, nullptr);
+    EXPECT_EQ(text_of(shifted), "17:04:05");
+
+    // A full destination takes what fits and never more.
+    u8 small[6];
+    data_t tiny = {sizeof(small), 0, small};
+    data_t cut = date_to_string(d, &tiny, 0, &sep);
+    EXPECT_LE(cut.used, sizeof(small));
+    EXPECT_EQ(tiny.used, cut.used);
+    unsetenv("TZ");
+    tzset();
+}

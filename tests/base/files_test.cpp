@@ -1,0 +1,398 @@
+// Files and paths: whole-file reads and writes, the error chain, directories
+// and the directory walk.
+#include "base/files.h"
+
+#include "base/text.h"
+#include "base_test_util.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace fs = std::filesystem;
+
+TEST(Files, WriteAllThenReadAll) {
+    temp_folder_t dir;
+    std::string path = dir / "a.bin";
+    data_t p = view_of(path);
+    std::string content = std::string("line one\n\0binary\xFF", 17);
+    u32 error = 0;
+    EXPECT_EQ(file_write_all(&p, content.data(), content.size(), false, &error), content.size());
+    ASSERT_EQ(error, 0u);
+    EXPECT_EQ(read_whole(path), content);
+
+    data_t block;
+    file_read_all(&block, &p, false, &error);
+    ASSERT_EQ(error, 0u);
+    EXPECT_EQ(block.used, content.size());
+    EXPECT_EQ(block.reserved, content.size());
+    EXPECT_EQ(text_of(block), content);
+    data_virtual_free(&block);
+
+    file_read_all(&block, &p, true, &error);
+    ASSERT_EQ(error, 0u);
+    EXPECT_EQ(block.used, content.size() + 1);
+    EXPECT_EQ(block.bytes[content.size()], 0);
+    data_virtual_free(&block);
+}
+
+TEST(Files, EmptyFileReads) {
+    temp_folder_t dir;
+    std::string path = dir / "empty";
+    write_whole(path, "");
+    data_t p = view_of(path);
+    u32 error = 0;
+    data_t block;
+    file_read_all(&block, &p, false, &error);
+    EXPECT_EQ(error, 0u);
+    EXPECT_EQ(block.reserved, 0u);
+    EXPECT_EQ(block.used, 0u);
+    file_read_all(&block, &p, true, &error);
+    EXPECT_EQ(error, 0u);
+    EXPECT_EQ(block.used, 1u);
+    ASSERT_NE(block.bytes, nullptr);
+    EXPECT_EQ(block.bytes[0], 0);
+    data_virtual_free(&block);
+}
+
+TEST(Files, OverwriteRulesAndRename) {
+    temp_folder_t dir;
+    std::string path = dir / "f.txt";
+    data_t p = view_of(path);
+    u32 error = 0;
+    file_write_all(&p, "first", 5, false, &error);
+    ASSERT_EQ(error, 0u);
+    file_write_all(&p, "second", 6, false, &error);
+    EXPECT_EQ(error, (u32)file_error_open);
+    EXPECT_EQ(read_whole(path), "first");
+    error = 0;
+    file_write_all(&p, "3rd", 3, true, &error);
+    EXPECT_EQ(error, 0u);
+    EXPECT_EQ(read_whole(path), "3rd"); // truncated, not overlaid
+
+    // The safe save: write beside, flush, rename over.
+    std::string temp = dir / "f.tmp";
+    data_t t = view_of(temp);
+    file_handle_t h = file_open(&t, true, true, &error);
+    file_write(h, 0, 7, "renamed", &error);
+    file_flush(h, &error);
+    file_close(h, &error);
+    file_rename(&t, &p, &error);
+    EXPECT_EQ(error, 0u);
+    EXPECT_EQ(read_whole(path), "renamed");
+    EXPECT_FALSE(fs::exists(temp));
+    file_rename(&t, &p, &error);
+    EXPECT_EQ(error, (u32)file_error_write);
+}
+
+TEST(Files, ReadsAndWritesAtOffsets) {
+    temp_folder_t dir;
+    std::string path = dir / "o.bin";
+    data_t p = view_of(path);
+    u32 error = 0;
+    file_handle_t h = file_open(&p, true, true, &error);
+    file_write(h, 4, 3, "xyz", &error);
+    file_write(h, 0, 4, "abcd", &error);
+    file_close(h, &error);
+    ASSERT_EQ(error, 0u);
+    EXPECT_EQ(read_whole(path), "abcdxyz");
+    EXPECT_EQ(file_size_from_path(&p, &error), 7u);
+
+    h = file_open(&p, false, false, &error);
+    char buffer[16] = {};
+    EXPECT_EQ(file_read(h, 2, 3, buffer, &error), 3u);
+    EXPECT_EQ(std::string(buffer, 3), "cdx");
+    EXPECT_EQ(file_size(h, &error), 7u);
+    // Past the end: some bytes, then a short read.
+    EXPECT_EQ(file_read(h, 5, 10, buffer, &error), 2u);
+    EXPECT_EQ(error, (u32)file_error_short_read);
+    error = 0;
+    file_read(h, 100, 1, buffer, &error);
+    EXPECT_EQ(error, (u32)file_error_read_zero);
+    error = 0;
+    // Writing through a handle opened for reading fails.
+    file_write(h, 0, 1, "q", &error);
+    EXPECT_EQ(error, (u32)file_error_write);
+    error = 0;
+    file_close(h, &error);
+    EXPECT_EQ(error, 0u);
+}
+
+TEST(Files, ErrorChain) {
+    temp_folder_t dir;
+    std::string missing = dir / "missing";
+    data_t p = view_of(missing);
+    u32 error = 0;
+    data_t block;
+    file_read_all(&block, &p, true, &error);
+    EXPECT_EQ(error, (u32)file_error_open);
+    EXPECT_EQ(block.bytes, nullptr);
+
+    // Once set, nothing happens and the code stays.
+    std::string other = dir / "other";
+    data_t o = view_of(other);
+    file_write_all(&o, "x", 1, true, &error);
+    EXPECT_EQ(error, (u32)file_error_open);
+    EXPECT_FALSE(fs::exists(other));
+
+    // Invalid handles.
+    error = 0;
+    EXPECT_EQ(file_size(file_handle_invalid, &error), 0u);
+    EXPECT_EQ(error, (u32)file_error_size);
+    error = 0;
+    file_read(file_handle_invalid, 0, 1, nullptr, &error);
+    EXPECT_EQ(error, (u32)file_error_invalid_handle);
+    error = 0;
+    file_close(file_handle_invalid, &error);
+    EXPECT_EQ(error, (u32)file_error_close_invalid);
+    error = 7;
+    file_close(file_handle_invalid, &error);
+    EXPECT_EQ(error, 7u); // an earlier code is kept
+
+    // A valid handle is closed even with the code set: open, fail, close.
+    error = 0;
+    std::string path = dir / "exists";
+    write_whole(path, "abc");
+    data_t e = view_of(path);
+    file_handle_t h = file_open(&e, false, false, &error);
+    error = 99;
+    file_close(h, &error);
+    EXPECT_EQ(error, 99u);
+
+    error = 0;
+    file_delete(&p, &error);
+    EXPECT_EQ(error, (u32)file_error_delete);
+    error = 0;
+    file_delete(&e, &error);
+    EXPECT_EQ(error, 0u);
+    EXPECT_FALSE(fs::exists(path));
+}
+
+TEST(Files, PathsThatCantBePassed) {
+    std::string long_path = "/tmp/" + std::string(2100, 'a');
+    std::string with_zero = std::string("/tmp/a\0b", 8);
+    for (const std::string &path : {long_path, with_zero}) {
+        data_t p = view_of(path);
+        u32 error = 0;
+        file_open(&p, false, false, &error);
+        EXPECT_EQ(error, (u32)coding_error_no_room);
+        error = 0;
+        EXPECT_FALSE(directory_create(&p, &error));
+        EXPECT_EQ(error, (u32)coding_error_no_room);
+    }
+    // 2047 bytes still fit with the terminator (and then simply don't exist).
+    std::string longest = "/" + std::string(2046, 'b');
+    data_t p = view_of(longest);
+    u32 error = 0;
+    EXPECT_FALSE(file_exists(&p, &error));
+    EXPECT_EQ(error, 0u);
+}
+
+TEST(Files, DirectoriesAndKinds) {
+    temp_folder_t dir;
+    std::string sub = dir / "sub";
+    data_t s = view_of(sub);
+    u32 error = 0;
+    EXPECT_TRUE(directory_create(&s, &error));
+    EXPECT_TRUE(directory_create(&s, &error)); // exists already: success
+    EXPECT_EQ(error, 0u);
+    EXPECT_TRUE(directory_exists(&s, &error));
+    EXPECT_FALSE(file_exists(&s, &error));
+
+    std::string file = dir / "plain";
+    write_whole(file, "x");
+    data_t f = view_of(file);
+    EXPECT_TRUE(file_exists(&f, &error));
+    EXPECT_FALSE(directory_exists(&f, &error));
+
+    std::string deep = dir / "no/such/parent";
+    data_t d = view_of(deep);
+    EXPECT_FALSE(directory_create(&d, &error));
+    EXPECT_EQ(error, (u32)file_error_directory_create);
+
+    // Reading a folder as a file is a failed open.
+    error = 0;
+    file_open(&s, false, false, &error);
+    EXPECT_EQ(error, (u32)file_error_open);
+}
+
+TEST(Files, PathExtensions) {
+    struct {
+        std::string path, extension, stem;
+    } cases[] = {
+        {"a.tar.gz", "gz", "a.tar"}, {"name", "", "name"},      {"feed_data.bin", "bin", "feed_data"},
+        {"dot.", "", "dot"},         {".hidden", "hidden", ""}, {"", "", ""},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.path);
+        data_t p = view_of(c.path);
+        data_t e = path_extension(&p);
+        data_t w = path_without_extension(&p);
+        EXPECT_EQ(text_of(e), c.extension);
+        EXPECT_EQ(text_of(w), c.stem);
+    }
+    data_t none = data_literal("name");
+    EXPECT_EQ(path_extension(&none).bytes, nullptr);
+}
+
+namespace {
+
+struct walk_fixture_t {
+    temp_folder_t dir;
+    data_t arena = data_virtual_alloc(1 << 20, 0);
+    walk_fixture_t() {
+        for (int i = 0; i < 10; i++) write_whole(dir / ("f" + std::to_string(i) + ".bin"), std::string(i, 'x'));
+        write_whole(dir / "notes.txt", "hello");
+        fs::create_directories(dir / "sub/inner");
+        write_whole(dir / "sub/s.bin", "12");
+        write_whole(dir / "sub/inner/deep.bin", "123");
+        fs::create_directories(dir / "skip");
+        write_whole(dir / "skip/hidden.bin", "1");
+    }
+    ~walk_fixture_t() { data_virtual_free(&arena); }
+
+    std::set<std::string> walk(u32 capacity, const char *extensions, const char *excluded, u32 flags,
+                               file_list_t *out = nullptr) {
+        data_reset(&arena);
+        file_list_t list;
+        file_list_create(&list, &arena, capacity);
+        data_t root = view_of(dir.path);
+        data_t ext = data_from_pointer(extensions, string_length(extensions));
+        data_t exc = data_from_pointer(excluded, string_length(excluded));
+        file_list_directory(&list, &root, &ext, &exc, flags);
+        std::set<std::string> names;
+        // Paths are not terminated: each runs up to the next one.
+        for (u32 i = 0; i < list.count; i++) {
+            u8 *start = list.paths[i];
+            u8 *end = i + 1 < list.count ? list.paths[i + 1] : data_end(list.text);
+            std::string full((const char *)start, (size_t)(end - start));
+            EXPECT_EQ(full.compare(0, dir.path.size(), dir.path), 0);
+            std::string name = full.substr(list.name_offsets[i]);
+            std::string relative = full.substr(dir.path.size() + 1);
+            names.insert(relative + (list.is_directory[i] ? "/" : ""));
+            if (!list.is_directory[i]) {
+                EXPECT_EQ(list.sizes[i], fs::file_size(full)) << full;
+                EXPECT_GT(list.write_times[i], 1500000000u);
+            }
+            EXPECT_EQ(name, fs::path(full).filename().string());
+        }
+        if (out) *out = list;
+        return names;
+    }
+};
+
+} // namespace
+
+TEST(FilesWalk, FlatFilesWithExtensions) {
+    walk_fixture_t w;
+    auto names = w.walk(100, "bin", "", file_walk_files);
+    EXPECT_EQ(names.size(), 10u);
+    EXPECT_TRUE(names.count("f3.bin"));
+    EXPECT_FALSE(names.count("notes.txt"));
+    names = w.walk(100, "txt, bin", "", file_walk_files);
+    EXPECT_EQ(names.size(), 11u);
+    names = w.walk(100, "BIN", "", file_walk_files); // exact case
+    EXPECT_TRUE(names.empty());
+}
+
+TEST(FilesWalk, CapacityStopsTheWalk) {
+    walk_fixture_t w;
+    EXPECT_EQ(w.walk(2, "", "", file_walk_files).size(), 2u);
+    EXPECT_EQ(w.walk(0, "", "", file_walk_files).size(), 0u);
+}
+
+TEST(FilesWalk, RecursiveDirectoriesExclusionsAndDots) {
+    walk_fixture_t w;
+    auto names = w.walk(100, "bin", "skip", file_walk_recursive | file_walk_files);
+    EXPECT_TRUE(names.count("sub/s.bin"));
+    EXPECT_TRUE(names.count("sub/inner/deep.bin"));
+    EXPECT_FALSE(names.count("skip/hidden.bin"));
+    EXPECT_EQ(names.size(), 12u);
+
+    names = w.walk(100, "", "", file_walk_directories);
+    EXPECT_EQ(names, (std::set<std::string>{"sub/", "skip/"}));
+    names = w.walk(100, "", "", file_walk_directories | file_walk_keep_dots);
+    EXPECT_EQ(names, (std::set<std::string>{"sub/", "skip/", "./", "../"}));
+
+    // Neither kind asked for: both are taken.
+    names = w.walk(100, "", "sub,skip", 0);
+    EXPECT_EQ(names.size(), 11u);
+    names = w.walk(100, "", "", file_walk_recursive);
+    EXPECT_TRUE(names.count("sub/inner/"));
+    EXPECT_TRUE(names.count("sub/inner/deep.bin"));
+    EXPECT_EQ(names.size(), 11u + 3u + 3u);
+}
+
+TEST(FilesWalk, MissingFolderAndTinyTextBlock) {
+    walk_fixture_t w;
+    data_t arena = data_virtual_alloc(4096, 0);
+    file_list_t list;
+    file_list_create(&list, &arena, 10);
+    data_t missing = data_literal("/nonexistent/folder/here");
+    file_list_directory(&list, &missing, nullptr, nullptr, file_walk_files);
+    EXPECT_EQ(list.count, 0u);
+
+    // A text block too small for every path stops the walk without harm.
+    u8 small[40];
+    data_t text = {sizeof(small), 0, small};
+    list.text = &text;
+    data_t root = view_of(w.dir.path);
+    file_list_directory(&list, &root, nullptr, nullptr, file_walk_files);
+    EXPECT_LE(text.used, sizeof(small));
+    data_virtual_free(&arena);
+
+    // An arena too small for the arrays leaves a zero list and the arena as it was.
+    u8 tiny_storage[16];
+    data_t tiny = {sizeof(tiny_storage), 3, tiny_storage};
+    file_list_create(&list, &tiny, 100);
+    EXPECT_EQ(list.capacity, 0u);
+    EXPECT_EQ(list.paths, nullptr);
+    EXPECT_EQ(tiny.used, 3u);
+}
+
+TEST(FilesWalk, SortMovesAllArraysTogether) {
+    walk_fixture_t w;
+    file_list_t list;
+    w.walk(100, "bin", "", file_walk_files, &list);
+    ASSERT_EQ(list.count, 10u);
+    std::vector<u64> keys(list.count);
+    for (u32 i = 0; i < list.count; i++) keys[i] = 1000 - list.sizes[i]; // largest file first
+    file_list_sort(&list, keys.data());
+    EXPECT_TRUE(std::is_sorted(keys.begin(), keys.end()));
+    for (u32 i = 0; i < list.count; i++) {
+        EXPECT_EQ(list.sizes[i], 9u - i);
+        std::string name((const char *)list.paths[i] + list.name_offsets[i], 6);
+        EXPECT_EQ(name, "f" + std::to_string(9 - i) + ".bin");
+    }
+}
+
+TEST(FilesWalk, SortHandlesEqualAndReversedKeys) {
+    for (u32 n : {1u, 2u, 3u, 17u, 200u}) {
+        std::vector<u64> keys(n), sizes(n), times(n);
+        std::vector<u8 *> paths(n);
+        std::vector<u16> offsets(n);
+        std::vector<u8> dirs(n);
+        for (u32 i = 0; i < n; i++) {
+            keys[i] = (n - i) % 5; // many equal keys
+            sizes[i] = keys[i] * 10;
+            times[i] = keys[i] * 100;
+            paths[i] = (u8 *)(uintptr_t)(keys[i] + 1);
+            offsets[i] = (u16)keys[i];
+            dirs[i] = (u8)(keys[i] & 1);
+        }
+        file_list_t list = {nullptr, paths.data(), sizes.data(), offsets.data(), dirs.data(), times.data(), n, n};
+        file_list_sort(&list, keys.data());
+        EXPECT_TRUE(std::is_sorted(keys.begin(), keys.end()));
+        for (u32 i = 0; i < n; i++) {
+            EXPECT_EQ(sizes[i], keys[i] * 10);
+            EXPECT_EQ(times[i], keys[i] * 100);
+            EXPECT_EQ((uintptr_t)paths[i], keys[i] + 1);
+            EXPECT_EQ(offsets[i], keys[i]);
+            EXPECT_EQ(dirs[i], keys[i] & 1);
+        }
+    }
+}

@@ -1,0 +1,247 @@
+// The Linux system layer: pages, semaphores and events, places, spawning.
+#include "os/os_core.h"
+
+#include "base_test_util.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <thread>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// Sets an environment variable for the length of a scope.
+struct env_guard_t {
+    std::string name;
+    std::string old;
+    bool had;
+    env_guard_t(const char *n, const char *value) : name(n) {
+        const char *v = getenv(n);
+        had = v != nullptr;
+        if (had) old = v;
+        if (value) setenv(n, value, 1);
+        else unsetenv(n);
+    }
+    ~env_guard_t() {
+        if (had) setenv(name.c_str(), old.c_str(), 1);
+        else unsetenv(name.c_str());
+    }
+};
+
+std::string folder(u64 (*get)(char *, u64)) {
+    char buffer[4096];
+    u64 n = get(buffer, sizeof(buffer));
+    EXPECT_EQ(n, strlen(buffer));
+    return std::string(buffer, n);
+}
+
+} // namespace
+
+TEST(OsPages, ReserveCommitDecommit) {
+    u64 page = os_page_size();
+    ASSERT_GE(page, 4096u);
+    u8 *base = (u8 *)os_memory_reserve(16 * page);
+    ASSERT_NE(base, nullptr);
+    ASSERT_TRUE(os_memory_commit(base, 2 * page));
+    base[0] = 1;
+    base[2 * page - 1] = 2;
+    os_memory_decommit(base + page, page);
+    ASSERT_TRUE(os_memory_commit(base + page, page));
+    EXPECT_EQ(base[0], 1);
+    EXPECT_EQ(base[2 * page - 1], 0); // decommitted pages come back zeroed
+    os_memory_release(base, 16 * page);
+    EXPECT_EQ(os_memory_alloc(0), nullptr);
+    EXPECT_EQ(os_memory_reserve(0), nullptr);
+}
+
+TEST(OsPages, DecommittedPagesFault) {
+    u64 page = os_page_size();
+    u8 *base = (u8 *)os_memory_reserve(4 * page);
+    ASSERT_TRUE(os_memory_commit(base, page));
+    os_memory_decommit(base, page);
+    EXPECT_DEATH(base[10] = 1, "");
+}
+
+TEST(OsWait, SemaphoreRefusesToPassItsMaximum) {
+    os_semaphore_t *s = os_semaphore_create(0, 3);
+    ASSERT_NE(s, nullptr);
+    EXPECT_TRUE(os_semaphore_release(s, 2));
+    EXPECT_FALSE(os_semaphore_release(s, 2)); // 4 > 3: refused as a whole
+    EXPECT_TRUE(os_semaphore_release(s, 1));
+    EXPECT_FALSE(os_semaphore_release(s, 1));
+    for (int i = 0; i < 3; i++) os_semaphore_wait(s); // three counts, no blocking
+    EXPECT_TRUE(os_semaphore_release(s, 3));
+    os_semaphore_close(s);
+    EXPECT_EQ(os_semaphore_create(4, 3), nullptr);
+    os_semaphore_t *none = os_semaphore_create(0, 0);
+    EXPECT_FALSE(os_semaphore_release(none, 1));
+    os_semaphore_close(none);
+}
+
+TEST(OsWait, SemaphoreWakesWaiters) {
+    os_semaphore_t *s = os_semaphore_create(0, 4);
+    std::atomic<u32> woken{0};
+    std::thread waiters[4];
+    for (auto &t : waiters) t = std::thread([&] {
+            os_semaphore_wait(s);
+            woken.fetch_add(1);
+        });
+    EXPECT_TRUE(os_semaphore_release(s, 4));
+    for (auto &t : waiters) t.join();
+    EXPECT_EQ(woken.load(), 4u);
+    os_semaphore_close(s);
+}
+
+TEST(OsWait, EventIsAutoReset) {
+    os_event_t *e = os_event_create();
+    ASSERT_NE(e, nullptr);
+    os_event_signal(e);
+    os_event_signal(e); // stays one signal
+    os_event_wait(e);   // returns at once
+    std::atomic<u32> passed{0};
+    std::thread waiter([&] {
+        os_event_wait(e);
+        passed = 1;
+    });
+    os_event_signal(e);
+    waiter.join();
+    EXPECT_EQ(passed.load(), 1u);
+    os_event_close(e);
+}
+
+TEST(OsThreads, StartRunsTheFunctionWithItsArgument) {
+    static std::atomic<u32> seen{0};
+    static u32 main_id = os_thread_id();
+    struct args_t {
+        u32 value;
+    } args = {41};
+    ASSERT_TRUE(os_thread_start(
+        [](void *a) {
+            u32 id = os_thread_id();
+            seen = ((args_t *)a)->value + (id != main_id ? 1 : 0);
+        },
+        &args));
+    while (seen.load() == 0) std::this_thread::yield();
+    EXPECT_EQ(seen.load(), 42u);
+}
+
+TEST(OsTime, CountersMoveForward) {
+    EXPECT_EQ(os_counter_frequency(), 1000000000u);
+    u64 a = os_counter(), s = os_time_stamp();
+    os_sleep_ms(1);
+    u64 b = os_counter(), t = os_time_stamp();
+    EXPECT_GE(b - a, 1000000u); // slept at least a millisecond
+    EXPECT_GT(t, s);
+}
+
+TEST(OsFiles, DirectoryListingAndKinds) {
+    temp_folder_t dir;
+    write_whole(dir / "one", "12345");
+    fs::create_directory(dir / "two");
+    os_directory_t *d = os_directory_open(dir.path.c_str());
+    ASSERT_NE(d, nullptr);
+    os_directory_entry_t e;
+    int files = 0, folders = 0;
+    while (os_directory_next(d, &e)) {
+        if (!strcmp(e.name, "one")) {
+            files++;
+            EXPECT_FALSE(e.is_directory);
+            EXPECT_EQ(e.size, 5u);
+        } else if (!strcmp(e.name, "two")) {
+            folders++;
+            EXPECT_TRUE(e.is_directory);
+        }
+    }
+    os_directory_close(d);
+    EXPECT_EQ(files, 1);
+    EXPECT_EQ(folders, 1);
+    EXPECT_EQ(os_directory_open((dir / "missing").c_str()), nullptr);
+    EXPECT_EQ(os_path_kind((dir / "one").c_str()), 1u);
+    EXPECT_EQ(os_path_kind((dir / "two").c_str()), 2u);
+    EXPECT_EQ(os_path_kind((dir / "three").c_str()), 0u);
+    EXPECT_EQ(os_directory_create((dir / "two").c_str()), 1u);
+    EXPECT_EQ(os_directory_create((dir / "four").c_str()), 0u);
+    EXPECT_EQ(os_directory_create((dir / "x/y").c_str()), 2u);
+    // Many opens and closes do not use up the handles.
+    for (int i = 0; i < 1000; i++) os_directory_close(os_directory_open(dir.path.c_str()));
+}
+
+TEST(OsPlaces, UserDataFolderFollowsXdg) {
+    {
+        env_guard_t data("XDG_DATA_HOME", "/custom/data/");
+        EXPECT_EQ(folder(os_user_data_folder), "/custom/data/tidewrack");
+    }
+    {
+        env_guard_t data("XDG_DATA_HOME", "relative/is/ignored");
+        env_guard_t home("HOME", "/home/someone");
+        EXPECT_EQ(folder(os_user_data_folder), "/home/someone/.local/share/tidewrack");
+    }
+    {
+        env_guard_t data("XDG_DATA_HOME", nullptr);
+        env_guard_t home("HOME", "/home/other");
+        EXPECT_EQ(folder(os_user_data_folder), "/home/other/.local/share/tidewrack");
+    }
+    char small[8];
+    env_guard_t data("XDG_DATA_HOME", "/custom/data");
+    EXPECT_EQ(os_user_data_folder(small, sizeof(small)), 0u);
+}
+
+TEST(OsPlaces, DesktopFromUserDirsOrFallbacks) {
+    temp_folder_t home;
+    env_guard_t h("HOME", home.path.c_str());
+    env_guard_t config("XDG_CONFIG_HOME", nullptr);
+    // Nothing there: the home folder itself.
+    EXPECT_EQ(folder(os_desktop_folder), home.path);
+    // ~/Desktop when it exists.
+    fs::create_directory(home / "Desktop");
+    EXPECT_EQ(folder(os_desktop_folder), home / "Desktop");
+    // The user's configured folder wins, with $HOME expanded.
+    fs::create_directories(home / ".config");
+    fs::create_directory(home / "Bureau");
+    write_whole(home / ".config/user-dirs.dirs",
+                "# comment\nXDG_DOCUMENTS_DIR=\"$HOME/Documents\"\nXDG_DESKTOP_DIR=\"$HOME/Bureau\"\n");
+    EXPECT_EQ(folder(os_desktop_folder), home / "Bureau");
+    // A configured folder that does not exist falls back.
+    write_whole(home / ".config/user-dirs.dirs", "XDG_DESKTOP_DIR=\"$HOME/Gone\"\n");
+    EXPECT_EQ(folder(os_desktop_folder), home / "Desktop");
+    // XDG_CONFIG_HOME moves the file; absolute values are taken as they are.
+    temp_folder_t config_home;
+    env_guard_t c("XDG_CONFIG_HOME", config_home.path.c_str());
+    write_whole(config_home / "user-dirs.dirs", "XDG_DESKTOP_DIR=\"" + (home / "Bureau") + "\"\n");
+    EXPECT_EQ(folder(os_desktop_folder), home / "Bureau");
+}
+
+TEST(OsProcess, ExecutablePathAndErrors) {
+    std::string exe = folder(os_executable_path);
+    EXPECT_EQ(exe, fs::read_symlink("/proc/self/exe").string());
+    char tiny[4];
+    EXPECT_EQ(os_executable_path(tiny, sizeof(tiny)), 3u);
+    EXPECT_EQ(tiny[3], 0);
+    char text[256];
+    u64 n = os_error_text(2, text, sizeof(text));
+    EXPECT_EQ(std::string(text, n), "No such file or directory");
+    EXPECT_EQ(os_error_text(2, text, 3), 2u);
+    EXPECT_EQ(os_file_open("/nonexistent/file", os_file_read), os_file_invalid);
+    EXPECT_EQ(os_last_error(), 2u);
+}
+
+TEST(OsProcess, SpawnPassesTheLinkAsOneArgument) {
+    temp_folder_t dir;
+    // A link with blanks, quotes and shell characters must arrive whole.
+    std::string link = "http://example.com/a b?c='d'&e=$HOME;`f`";
+    std::string out = dir / "out";
+    std::string script = dir / "record.sh";
+    write_whole(script, "#!/bin/sh\nprintf '%s|%s' \"$#\" \"$1\" > '" + out + ".tmp'\nmv '" + out + ".tmp' '" +
+                            out + "'\n");
+    fs::permissions(script, fs::perms::owner_all);
+    ASSERT_TRUE(os_spawn(script.c_str(), link.c_str()));
+    while (!fs::exists(out)) std::this_thread::yield();
+    EXPECT_EQ(read_whole(out), "1|" + link);
+    EXPECT_FALSE(os_spawn((dir / "no-such-program").c_str(), "x"));
+    EXPECT_FALSE(os_spawn("", "x"));
+}

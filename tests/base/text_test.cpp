@@ -1,0 +1,310 @@
+// Search, character classes, flags, text to number and number to text.
+#include "base/text.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <climits>
+#include <string>
+#include <vector>
+
+namespace {
+
+data_t view(const std::string &s) { return data_t{s.size(), s.size(), (u8 *)s.data()}; }
+std::string str(const data_t &d) { return std::string((const char *)d.bytes, d.used); }
+const u8 *b(const std::string &s) { return (const u8 *)s.data(); }
+
+} // namespace
+
+TEST(TextSearch, FindFirstAndLast) {
+    struct {
+        std::string hay, needle;
+        i64 first, last; // -1: not found (the end)
+    } cases[] = {
+        {"abcabc", "bc", 1, 4}, {"abc", "abc", 0, 0}, {"abc", "", -1, -1},
+        {"abc", "abcd", -1, -1}, {"", "a", -1, -1},  {"aaa", "aa", 0, 1},
+        {"xyz", "q", -1, -1},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.hay + " / " + c.needle);
+        const u8 *end = b(c.hay) + c.hay.size();
+        const u8 *f = memory_find(b(c.hay), end, c.needle.data(), c.needle.size());
+        const u8 *l = memory_find_last(b(c.hay), end, c.needle.data(), c.needle.size());
+        EXPECT_EQ(f == end ? -1 : f - b(c.hay), c.first);
+        EXPECT_EQ(l == end ? -1 : l - b(c.hay), c.last);
+    }
+    EXPECT_EQ(memory_find(nullptr, nullptr, "a", 1), nullptr);
+}
+
+TEST(TextSearch, PrefixesAndCase) {
+    std::string t = "Content-Type", p = "content-", q = "Content-";
+    data_t tv = view(t), pv = view(p), qv = view(q);
+    EXPECT_FALSE(data_starts_with(&tv, &pv));
+    EXPECT_TRUE(data_starts_with(&tv, &qv));
+    EXPECT_TRUE(data_starts_with_ignore_case(&tv, &pv));
+    EXPECT_FALSE(data_starts_with(&pv, &tv)); // prefix longer than the text
+    std::string u = "CONTENT-TYPE", w = "content-typ\xC3\x89";
+    data_t uv = view(u), wv = view(w);
+    EXPECT_TRUE(data_equal_ignore_case(&tv, &uv));
+    EXPECT_FALSE(data_equal_ignore_case(&tv, &wv));
+}
+
+TEST(TextSearch, SpaceFinders) {
+    std::string s = "  ab \t";
+    const u8 *f = b(s), *e = f + s.size();
+    EXPECT_EQ(text_find_non_space(f, e), f + 2);
+    EXPECT_EQ(text_find_space(f + 2, e), f + 4);
+    EXPECT_EQ(text_find_non_space_backward(f, e), f + 3);
+    EXPECT_EQ(text_find_space_backward(f, f + 3), f + 1);
+    std::string blank = " \n\r";
+    EXPECT_EQ(text_find_non_space(b(blank), b(blank) + 3), nullptr);
+    EXPECT_EQ(text_find_space(f + 2, f + 4), nullptr);
+}
+
+TEST(TextEdit, TrimSplitReplaceLowercase) {
+    std::string s = "value;; ";
+    data_t sv = view(s), out;
+    data_t set = data_literal("; ");
+    data_trim_end(&out, &sv, &set);
+    EXPECT_EQ(str(sv), "value");
+
+    std::string list = "a, b,,c ";
+    data_t items[8];
+    data_t lv = view(list);
+    ASSERT_EQ(data_split_commas(&lv, items, 8), 3u);
+    EXPECT_EQ(str(items[0]), "a");
+    EXPECT_EQ(str(items[1]), "b");
+    EXPECT_EQ(str(items[2]), "c ");
+    EXPECT_EQ(data_split_commas(&lv, items, 2), 2u);
+
+    // Pairs apply in order, so a later pair sees what an earlier one made.
+    std::string r = "ab";
+    data_t rv = view(r);
+    data_replace_chars(&rv, "ab", "bc");
+    EXPECT_EQ(r, "cc");
+
+    std::string m = "MiXeD \xC3\x89";
+    data_t mv = view(m);
+    data_to_ascii_lowercase(&mv);
+    EXPECT_EQ(m, "mixed \xC3\x89");
+    EXPECT_EQ(string_length(nullptr), 0u);
+    EXPECT_EQ(string_length("four"), 4u);
+}
+
+TEST(TextEdit, PushesAndAppendInto) {
+    u8 storage[16];
+    data_t arena = {sizeof(storage), 0, storage};
+    data_t grow = {};
+    data_t one = data_literal("abc"), two = data_literal("de");
+    data_append_into(&arena, &grow, &one);
+    data_append_into(&arena, &grow, &two);
+    EXPECT_EQ(str(grow), "abcde");
+    EXPECT_EQ(grow.bytes, storage);
+    EXPECT_NE(data_push_c_string(&arena, "xyz"), nullptr);
+    EXPECT_EQ(data_push_raw(&arena, "0123456789", 10), nullptr); // does not fit
+    EXPECT_EQ(arena.used, 8u);
+    data_t p = data_from_pointer("hello", 5);
+    EXPECT_EQ(p.reserved, 5u);
+    EXPECT_EQ(p.used, 5u);
+}
+
+TEST(TextClasses, Table) {
+    struct {
+        u32 c;
+        bool upper, lower, digit, hex, space, control;
+    } cases[] = {
+        {'A', 1, 0, 0, 1, 0, 0},  {'Z', 1, 0, 0, 0, 0, 0},  {'a', 0, 1, 0, 1, 0, 0}, {'g', 0, 1, 0, 0, 0, 0},
+        {'0', 0, 0, 1, 1, 0, 0},  {'9', 0, 0, 1, 1, 0, 0},  {' ', 0, 0, 0, 0, 1, 0}, {'\t', 0, 0, 0, 0, 1, 1},
+        {0x0B, 0, 0, 0, 0, 1, 1}, {'\r', 0, 0, 0, 0, 1, 1}, {0x7F, 0, 0, 0, 0, 0, 0}, {0x80, 0, 0, 0, 0, 0, 1},
+        {0x9F, 0, 0, 0, 0, 0, 1}, {0xA0, 0, 0, 0, 0, 0, 0}, {'@', 0, 0, 0, 0, 0, 0}, {'[', 0, 0, 0, 0, 0, 0},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.c);
+        EXPECT_EQ(char_is_ascii_upper(c.c), c.upper);
+        EXPECT_EQ(char_is_ascii_lower(c.c), c.lower);
+        EXPECT_EQ(char_is_ascii_alpha(c.c), c.upper || c.lower);
+        EXPECT_EQ(char_is_ascii_digit(c.c), c.digit);
+        EXPECT_EQ(char_is_ascii_alnum(c.c), c.upper || c.lower || c.digit);
+        EXPECT_EQ(char_is_ascii_hex(c.c), c.hex);
+        EXPECT_EQ(char_is_space(c.c), c.space);
+        EXPECT_EQ(char_is_control(c.c), c.control);
+    }
+    EXPECT_EQ(char_to_ascii_lower('Q'), (u32)'q');
+    EXPECT_EQ(char_to_ascii_lower(0xC9), 0xC9u);
+    EXPECT_EQ(char_hex_value('f'), 15u);
+    EXPECT_EQ(char_hex_value('B'), 11u);
+    EXPECT_EQ(char_digit_value('7'), 7u);
+    const u8 set8[] = {'<', '>'};
+    const u32 set32[] = {0x20AC, 0x41};
+    EXPECT_TRUE(char_is_any_u8('>', set8, 2));
+    EXPECT_FALSE(char_is_any_u8('=', set8, 2));
+    EXPECT_TRUE(char_is_any_u32(0x20AC, set32, 2));
+    EXPECT_FALSE(char_is_any_u32(0x42, set32, 2));
+}
+
+TEST(TextFlags, MatchAndFriends) {
+    struct {
+        u32 value, required, optional;
+        bool match;
+    } cases[] = {
+        {0, 0, 0, true},  {1, 0, 0, false}, {1, 1, 0, true},  {3, 1, 0, false},
+        {3, 1, 2, true},  {2, 1, 2, false}, {2, 0, 2, true},  {0, 0, 6, true},
+        {8, 0, 6, false}, {6, 2, 4, true},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(testing::Message() << c.value << " " << c.required << " " << c.optional);
+        EXPECT_EQ(flags_match(c.value, c.required, c.optional), c.match);
+    }
+    u32 f = 0;
+    flags_set(&f, 5);
+    EXPECT_TRUE(flags_has(f, 5));
+    EXPECT_FALSE(flags_has(f, 6));
+    flags_clear(&f, 1);
+    EXPECT_EQ(f, 4u);
+    flags_assign(&f, true, 8);
+    flags_assign(&f, false, 4);
+    EXPECT_EQ(f, 8u);
+    EXPECT_TRUE(flags_within(8, 12));
+    EXPECT_FALSE(flags_within(9, 12));
+}
+
+TEST(TextNumbers, TextToI64) {
+    struct {
+        std::string text;
+        i64 plain, plus;
+    } cases[] = {
+        {"  -12abc", -12, -12}, {"0x", 0, 0},      {"0X10", 0, 0},   {"0x1f", 31, 31}, {"0x1F", 31, 31},
+        {"+5", 5, 5},           {"", 0, 0},        {"   ", 0, 0},   {"++5", 0, 5},    {" + +-3", 0, -3},
+        {"-", 0, 0},            {"42 7", 42, 42},  {"007", 7, 7},    {"-0x10", -16, -16},
+        {"9223372036854775807", INT64_MAX, INT64_MAX},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.text);
+        EXPECT_EQ(text_to_i64(b(c.text), c.text.size()), c.plain);
+        EXPECT_EQ(text_to_i64_plus(b(c.text), c.text.size()), c.plus);
+    }
+    // The size bounds the read: "12" of "123".
+    EXPECT_EQ(text_to_i64((const u8 *)"123", 2), 12);
+}
+
+TEST(TextNumbers, NumberToText) {
+    struct {
+        u64 value;
+        u64 width;
+        char fill;
+        u32 flags;
+        std::string text;
+    } cases[] = {
+        {0, 0, ' ', 0, "0"},
+        {1234567, 0, ' ', number_group_3, "1 234 567"},
+        {123, 0, ' ', number_group_3, "123"},
+        {1234, 0, ' ', number_group_3, "1 234"},
+        {0xAB, 0, ' ', number_hexadecimal | number_digits_4, "0x00ab"},
+        {0xAB, 0, ' ', number_hexadecimal | number_no_prefix, "ab"},
+        {0x12345678, 0, ' ', number_hexadecimal | number_no_prefix | number_group_4, "1234 5678"},
+        {0xAB, 0, ' ', number_hexadecimal | number_no_prefix | number_digits_8 | number_group_2, "00 00 00 ab"},
+        {5, 3, '0', 0, "005"},
+        {5, 3, '0', number_left_justify, "500"},
+        {5, 4, ' ', number_show_plus, "  +5"},
+        {5, 4, '0', number_show_plus | number_sign_before_fill, "+005"},
+        {12, 1, ' ', 0, "12"},
+        {UINT64_MAX, 0, ' ', 0, "18446744073709551615"},
+        {UINT64_MAX, 0, ' ', number_hexadecimal, "0xffffffffffffffff"},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.text);
+        u8 out[64];
+        u64 n = number_to_text(out, sizeof(out), c.value, c.width, (u8)c.fill, c.flags);
+        EXPECT_EQ(std::string((char *)out, n), c.text);
+    }
+    // A short destination keeps the low digits.
+    u8 out[8];
+    u64 n = number_to_text(out, 2, 12345, 0, ' ', 0);
+    EXPECT_EQ(std::string((char *)out, n), "45");
+}
+
+TEST(TextNumbers, SignedAndFloat) {
+    struct {
+        i64 value;
+        u64 width;
+        char fill;
+        u32 flags;
+        std::string text;
+    } cases[] = {
+        {-5, 0, ' ', 0, "-5"},
+        {-5, 4, ' ', 0, "  -5"},
+        {-5, 4, '0', number_sign_before_fill, "-005"},
+        {-5, 4, ' ', number_left_justify, "-5  "},
+        {INT64_MIN, 0, ' ', 0, "-9223372036854775808"},
+        {7, 0, ' ', number_show_plus, "+7"},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.text);
+        u8 out[64];
+        u64 n = number_to_text_signed(out, sizeof(out), c.value, c.width, (u8)c.fill, c.flags);
+        EXPECT_EQ(std::string((char *)out, n), c.text);
+    }
+    struct {
+        f64 value;
+        u32 decimals;
+        std::string text;
+    } floats[] = {
+        {1.5, 3, "1.500"},  {1.0, 3, "1.000"},  {0.123456, 3, "0.123"}, {2.0, 0, "2"},
+        {-1.25, 2, "-1.25"}, {-0.5, 2, "0.50"}, {10.05, 1, "10.0"},
+    };
+    for (const auto &c : floats) {
+        SCOPED_TRACE(c.text);
+        u8 out[64];
+        u64 n = number_to_text_float(out, sizeof(out), c.value, 0, ' ', c.decimals, 0);
+        EXPECT_EQ(std::string((char *)out, n), c.text);
+    }
+}
+
+TEST(TextNumbers, SizesInOctets) {
+    struct {
+        u64 bytes;
+        std::string text;
+    } cases[] = {
+        {0, "0 o"},
+        {1023, "1023 o"},
+        {1024, "1.000 Kio"},
+        {1536, "1.500 Kio"},
+        {1048576, "1.000 Mio"},
+        {3ull << 30, "3.000 Gio"},
+        {1ull << 40, "1.000 Tio"},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.text);
+        u8 out[32];
+        u64 n = size_to_text(c.bytes, out, sizeof(out));
+        EXPECT_EQ(std::string((char *)out, n), c.text);
+    }
+    u8 storage[64];
+    data_t arena = {sizeof(storage), 0, storage};
+    data_t out;
+    data_size_to_text(&out, 1536, &arena);
+    EXPECT_EQ(str(out), "1.500 Kio");
+    EXPECT_EQ(arena.used, out.used); // the unused part of the 16 bytes went back
+
+    u8 dest_storage[16];
+    data_t dest = {sizeof(dest_storage), 3, dest_storage};
+    EXPECT_EQ(data_push_number(&dest, 255, 0, ' ', number_hexadecimal), 4u);
+    EXPECT_EQ(dest.used, 7u);
+    EXPECT_EQ(std::string((char *)dest_storage + 3, 4), "0xff");
+}
+
+TEST(TextCodePoints, StartList) {
+    static u32 points[400];
+    code_point_list_t list;
+    code_point_list_init(&list, points, 400);
+    ASSERT_EQ(list.count, 193u);
+    EXPECT_EQ(points[0], 0x20u);
+    EXPECT_EQ(points[94], 0x7Eu);
+    EXPECT_EQ(points[95], 0xA0u);
+    EXPECT_EQ(points[191], 0xFFFDu);
+    EXPECT_EQ(points[192], 0x2026u);
+    std::vector<u32> all(points, points + 193);
+    EXPECT_NE(std::find(all.begin(), all.end(), 0x20ACu), all.end());
+    EXPECT_EQ(std::find(all.begin(), all.end(), 0xA4u), all.end()); // U+00A4 is left out
+    EXPECT_EQ(std::find(all.begin(), all.end(), 0xBCu), all.end());
+}
