@@ -1,0 +1,281 @@
+// feed_query.cpp - the feed query slots: the user actions that fill them, the
+// worker that fetches, and the scan that parses what came back.
+#include "net/feed_query.h"
+
+#include "base/files.h"
+#include "base/log.h"
+#include "base/profiler.h"
+#include "base/text.h"
+#include "base/thread_queue.h"
+#include "feed/feed.h"
+#include "net/http.h"
+
+// ---- the slot's state word ------------------------------------------------------------
+
+u32 feed_query_state(const feed_query_t *slot) { return __atomic_load_n(&slot->state, __ATOMIC_ACQUIRE); }
+
+static void feed_query_set_state(feed_query_t *slot, u32 state) {
+    __atomic_store_n(&slot->state, state, __ATOMIC_RELEASE);
+}
+
+feed_query_t *feed_query_free_slot(feed_query_t *slots, u64 count) {
+    for (u64 i = 0; i < count; i++) {
+        if (feed_query_state(&slots[i]) == feed_query_free) return &slots[i];
+    }
+    return nullptr;
+}
+
+void feed_query_start(feed_query_t *slot, const data_t *url, u32 feed_id, feed_query_wake_t *wake,
+                      void *wake_context) {
+    slot->url = *url;
+    slot->feed_id = feed_id;
+    slot->error = 0;
+    slot->content = data_t{};
+    slot->wake = wake;
+    slot->wake_context = wake_context;
+    feed_query_set_state(slot, feed_query_in_flight);
+}
+
+bool feed_query_is_active(const feed_query_t *slots, u64 count, u32 feed_id) {
+    for (u64 i = 0; i < count; i++) {
+        if (feed_query_state(&slots[i]) == feed_query_in_flight && slots[i].feed_id == feed_id) return true;
+    }
+    return false;
+}
+
+u64 feed_query_busy_count(const feed_query_t *slots, u64 count) {
+    u64 busy = 0;
+    for (u64 i = 0; i < count; i++) busy += feed_query_state(&slots[i]) != feed_query_free;
+    return busy;
+}
+
+// ---- starting fetches ---------------------------------------------------------------------
+
+// The first fetching action of a run begins a new generation, and the shown
+// range moves to it.
+void feed_query_begin_generation(feed_query_context_t *context, reader_t *reader) {
+    if (reader->generation == context->start_generation) {
+        reader_generation_advance(reader, context->generation_minimum, context->generation_maximum);
+    }
+}
+
+// A zero-terminated copy of the address in the file storage; `used` leaves
+// the zero out. Empty when the storage is full.
+static data_t feed_query_copy_url(feed_query_context_t *context, const u8 *bytes, u64 size) {
+    u8 *copy = (u8 *)file_storage_alloc(context->file_storage, size + 1);
+    if (!copy) return data_t{};
+    memory_copy(copy, bytes, size);
+    copy[size] = 0;
+    return data_t{size + 1, size, copy};
+}
+
+static void feed_query_log_dropped(const data_t *url, const char *reason) {
+    log_string(log_main, "Feed query not started (");
+    log_string(log_main, reason);
+    log_string(log_main, "): ");
+    log_data(log_main, url);
+    log_string(log_main, "\n");
+}
+
+// Takes a slot for the copied address and queues its fetch. Running out of
+// slots, storage or ring room drops the query with a line in the log, and
+// the address is given back.
+static void feed_query_queue(feed_query_context_t *context, data_t url, u32 feed_id) {
+    if (!url.bytes) {
+        log_string(log_main, "Feed query not started (the file storage is full).\n");
+        return;
+    }
+    feed_query_t *slot = feed_query_free_slot(context->slots, context->slot_count);
+    if (!slot) {
+        feed_query_log_dropped(&url, "no free query slot");
+        file_storage_free(context->file_storage, url.bytes, url.reserved);
+        return;
+    }
+    feed_query_start(slot, &url, feed_id, context->wake, context->wake_context);
+    if (!thread_queue_work(context->queue, feed_query_work, slot)) {
+        feed_query_log_dropped(&url, "the work queue is full");
+        slot->url = data_t{};
+        feed_query_set_state(slot, feed_query_free);
+        file_storage_free(context->file_storage, url.bytes, url.reserved);
+    }
+}
+
+static void feed_query_add_url_only(feed_query_context_t *context, reader_t *reader, const data_t *url) {
+    if (!url || !url->bytes || !url->used) return;
+    const u8 *end = url->bytes + url->used;
+    const u8 *first = text_find_non_space(url->bytes, end);
+    if (!first) return;
+    data_t copy = feed_query_copy_url(context, first, (u64)(end - first));
+    u32 feed_id = feed_query_new_feed;
+    if (copy.bytes) {
+        if (feed_t *known = reader_get_feed_by_url(reader, &copy)) feed_id = known->id;
+    }
+    feed_query_queue(context, copy, feed_id);
+}
+
+void feed_query_add_url(feed_query_context_t *context, reader_t *reader, const data_t *url) {
+    feed_query_begin_generation(context, reader);
+    feed_query_add_url_only(context, reader, url);
+}
+
+void feed_query_add_list(feed_query_context_t *context, reader_t *reader, const data_t *path) {
+    feed_query_begin_generation(context, reader);
+    u32 error = 0;
+    data_t file = {};
+    if (path && path->used) file_read_all(&file, path, false, &error);
+    if (error || !file.bytes) return;
+
+    const u8 *cursor = file.bytes;
+    const u8 *end = file.bytes + file.used;
+    while (cursor < end) {
+        while (cursor < end && char_is_space(*cursor)) cursor++;
+        const u8 *line = cursor;
+        while (cursor < end && *cursor != '\n' && *cursor != '\r') cursor++;
+        if (cursor > line) {
+            data_t address = data_from_range(line, cursor);
+            feed_query_add_url_only(context, reader, &address);
+        }
+        while (cursor < end && (*cursor == '\n' || *cursor == '\r')) cursor++;
+    }
+    data_virtual_free(&file);
+}
+
+void feed_query_update(feed_query_context_t *context, reader_t *reader, feed_t *feed) {
+    assert_true(feed_is_valid(feed));
+    data_t copy = feed_query_copy_url(context, feed->url.bytes, feed->url.used);
+    feed_query_queue(context, copy, feed->id);
+}
+
+void feed_query_update_selected(feed_query_context_t *context, reader_t *reader) {
+    feed_query_begin_generation(context, reader);
+    if (!context->selected_feed || !*context->selected_feed) return;
+    feed_query_update(context, reader, *context->selected_feed);
+}
+
+void feed_query_update_all(feed_query_context_t *context, reader_t *reader) {
+    feed_query_begin_generation(context, reader);
+    u32 seen = 0;
+    for (u32 i = 0; i < reader->feeds.max_entry_count && seen < reader->feeds.entry_count; i++) {
+        feed_t *feed = (feed_t *)pool_entry(&reader->feeds, sizeof(feed_t), i);
+        if (!feed_is_valid(feed)) continue;
+        seen++;
+        if (!feed_is_deleted(feed)) feed_query_update(context, reader, feed);
+    }
+    assert_message(seen == reader->feeds.entry_count, "Not every feed was seen by the update.");
+}
+
+// ---- the worker -----------------------------------------------------------------------------
+
+void feed_query_work(void *argument) {
+    feed_query_t *slot = (feed_query_t *)argument;
+    assert_true(feed_query_state(slot) == feed_query_in_flight);
+    u32 error = 0;
+    http_file_t file = http_file_open(&slot->url, &error);
+    u64 size = file.content.reserved ? file.content.reserved : feed_query_default_size;
+    data_t block = {};
+    if (!error) block = data_virtual_alloc(size, 0);
+    file.content = data_t{size, 0, block.bytes};
+    http_file_get(&file, &error);
+    http_file_abandon(&file);
+    block.used = file.content.used;
+
+    // Read the wake-up before the hand-over: the slot may be reused at once.
+    feed_query_wake_t *wake = slot->wake;
+    void *wake_context = slot->wake_context;
+    slot->content = block;
+    slot->error = error;
+    feed_query_set_state(slot, feed_query_finished);
+    if (wake) wake(wake_context);
+}
+
+// ---- the scan ---------------------------------------------------------------------------------
+
+static void feed_query_report_failure(feed_query_context_t *context, feed_query_t *slot) {
+    const char *name = http_error_name(slot->error);
+    log_string(log_main, "http_get_file error: ");
+    log_data(log_main, &slot->url);
+    log_string(log_main, " returned (");
+    log_number(log_main, slot->error);
+    log_string(log_main, ") ");
+    log_string(log_main, name);
+    log_string(log_main, "\n");
+
+    log_channel_t *user = log_channel(log_user);
+    if (user && user->data.used) log_string(log_user, "\n\n");
+    log_string(log_user, "Error while retrieving feed: ");
+    log_data(log_user, &slot->url);
+    log_string(log_user, "\n    Returned (");
+    log_number(log_user, slot->error);
+    log_string(log_user, ") ");
+    log_string(log_user, name);
+
+    context->failed_count++;
+    if (context->show_log) context->show_log(context->show_log_context);
+}
+
+static void feed_query_parse(feed_query_context_t *context, reader_t *reader, feed_query_t *slot) {
+    feed_t *feed = nullptr;
+    if (slot->feed_id != feed_query_new_feed) {
+        feed = reader_get_feed_by_id(reader, slot->feed_id);
+        if (!feed) return; // removed while its fetch ran; the result is dropped
+    } else {
+        // The same new address added twice in one update: the first parse
+        // made the feed, so this document updates it.
+        feed = reader_get_feed_by_url(reader, &slot->url);
+    }
+    PROFILE_SCOPE(queries_check_not_removed);
+    log_string(log_main, "Parsing: ");
+    log_data(log_main, &slot->url);
+    log_string(log_main, "\n");
+
+    // The selection is kept by its guid: a replaced entry has a new id.
+    entry_t **selected_entry = context->selected_entry;
+    feed_t **selected_feed = context->selected_feed;
+    u8 guid_buffer[feed_query_guid_capacity];
+    data_t guid = {sizeof(guid_buffer), 0, guid_buffer};
+    if (selected_entry && *selected_entry) {
+        data_t selected_guid = entry_get_guid(*selected_entry);
+        if (selected_guid.used <= sizeof(guid_buffer)) data_push_data(&guid, &selected_guid, 0);
+    }
+
+    data_t *frame_memory = context->frame_memory;
+    u64 frame_used = frame_memory->used;
+    feed_t *parsed = feed_parse(frame_memory, reader, &slot->content, &slot->url, feed);
+    frame_memory->used = frame_used;
+    context->parsed_count++;
+
+    if (guid.used && selected_feed && *selected_feed) {
+        *selected_entry = reader_get_entry_by_guid(reader, (*selected_feed)->id, &guid);
+    }
+    data_virtual_free(&slot->content);
+    file_storage_free(context->file_storage, slot->url.bytes, slot->url.used + 1);
+    slot->url = data_t{};
+
+    u32 noted_feed_id = 0;
+    u32 noted_entry_id = 0;
+    if (selected_entry && *selected_entry) {
+        noted_feed_id = (*selected_entry)->feed_id;
+        noted_entry_id = (*selected_entry)->id;
+    }
+    if (parsed) {
+        meta_t *meta = feed ? reader_get_meta(reader, parsed->id) : nullptr;
+        if (!meta) reader_new_meta(reader, parsed);
+        reader_sort_feed(reader, parsed);
+    }
+    // Sorting moved records between slots; ids survive moves.
+    if (selected_entry) {
+        *selected_entry = noted_entry_id ? reader_get_entry_by_id(reader, noted_feed_id, noted_entry_id) : nullptr;
+    }
+}
+
+void feed_queries_check(feed_query_context_t *context, reader_t *reader) {
+    PROFILE_SCOPE(queries_check);
+    for (u64 i = 0; i < context->slot_count; i++) {
+        feed_query_t *slot = &context->slots[i];
+        if (feed_query_state(slot) != feed_query_finished) continue;
+        // A failed slot keeps its address and block: its next use overwrites them.
+        if (slot->error) feed_query_report_failure(context, slot);
+        else feed_query_parse(context, reader, slot);
+        feed_query_set_state(slot, feed_query_free);
+    }
+}

@@ -1,0 +1,122 @@
+// http.cpp - the HTTP client over the system layer's GET operations.
+#include "net/http.h"
+
+#include "base/profiler.h"
+#include "os/os_net.h"
+
+const char *const http_error_names[http_error_count] = {
+    "http_error_none",
+    "http_error_internet_open",
+    "http_error_internet_close",
+    "http_error_not_initialized",
+    "http_error_file_not_opened",
+    "http_error_internet_open_url",
+    "http_error_internet_read_file",
+    "http_error_internet_close_url",
+    "http_error_not_enough_storage",
+    "http_error_file_storage_not_initialized",
+    "http_error_uri_is_not_zero_terminated",
+};
+
+const char *http_error_name(u32 error) {
+    return error < http_error_count ? http_error_names[error] : "http_error_unknown";
+}
+
+void http_init(const char *user_agent, u32 *error) {
+    if (*error || os_net_session_is_open()) return;
+    if (!os_net_session_open(user_agent)) *error = http_error_internet_open;
+}
+
+void http_close(u32 *error) {
+    if (*error) return;
+    if (!os_net_session_close()) *error = http_error_internet_close;
+}
+
+bool http_is_open() { return os_net_session_is_open(); }
+
+void http_set_time_limits(u32 connect_seconds, u32 stall_seconds) {
+    os_net_set_time_limits(connect_seconds, stall_seconds);
+}
+
+http_file_t http_file_open(const data_t *url, u32 *error) {
+    http_file_t file = {};
+    if (*error) return file;
+    PROFILE_SCOPE(http_file_open);
+    if (!os_net_session_is_open()) {
+        *error = http_error_not_initialized;
+        return file;
+    }
+    // The address as the system wants it: zero-terminated, in a buffer of its
+    // own. One that does not fit, or holds a zero, can't name anything.
+    char address[http_url_capacity];
+    u64 size = url->used;
+    while (size > 0 && url->bytes[size - 1] == 0) size--; // a terminator of the caller's
+    bool fits = size < sizeof(address);
+    for (u64 i = 0; fits && i < size; i++) fits = url->bytes[i] != 0;
+    if (!fits) {
+        *error = http_error_internet_open_url;
+        return file;
+    }
+    memory_copy(address, url->bytes, size);
+    address[size] = 0;
+
+    u32 failure = 0;
+    file.handle = os_net_open(address, &failure, &file.detail);
+    if (!file.handle) {
+        *error = failure == os_net_failed_transfer ? http_error_internet_read_file : http_error_internet_open_url;
+        return file;
+    }
+    u64 length = 0;
+    if (os_net_content_length(file.handle, &length)) file.content.reserved = length;
+    return file;
+}
+
+void http_file_get(http_file_t *file, u32 *error) {
+    if (*error) return;
+    PROFILE_SCOPE(http_file_get);
+    if (!file->handle) {
+        *error = http_error_file_not_opened;
+        return;
+    }
+    if (!file->content.bytes || file->content.reserved == 0) {
+        *error = http_error_file_storage_not_initialized;
+        http_file_abandon(file);
+        return;
+    }
+    u64 remaining = file->content.reserved;
+    u8 *cursor = file->content.bytes;
+    i64 last = 0;
+    for (;;) {
+        last = os_net_read(file->handle, cursor, remaining, &file->detail);
+        if (last < 0) {
+            *error = http_error_internet_read_file;
+            break;
+        }
+        cursor += last;
+        remaining -= (u64)last;
+        if (last == 0 || remaining == 0) break;
+    }
+    file->content.used = (u64)(cursor - file->content.bytes);
+
+    // A full buffer may be the whole body or only its start: drain the rest.
+    if (!*error && remaining == 0 && last > 0) {
+        u8 piece[1024];
+        for (;;) {
+            i64 n = os_net_read(file->handle, piece, sizeof(piece), &file->detail);
+            if (n < 0) {
+                if (!*error) *error = http_error_internet_read_file;
+                break;
+            }
+            if (n == 0) break;
+            if (!*error) *error = http_error_not_enough_storage;
+        }
+    }
+    bool closed = os_net_close(file->handle);
+    file->handle = nullptr;
+    if (!closed && !*error) *error = http_error_internet_close_url;
+}
+
+void http_file_abandon(http_file_t *file) {
+    if (file->handle) os_net_close(file->handle);
+    file->handle = nullptr;
+}

@@ -1,0 +1,57 @@
+// http.h - a thin blocking HTTP GET for the workers, with the small error
+// vocabulary the user sees in the log panel.
+//
+// The session is opened and closed on the main thread; http_file_open and
+// http_file_get run on workers. Every function follows the error convention:
+// nothing happens when *error is already set, and the first error stays.
+#pragma once
+
+#include "base/memory.h"
+
+struct os_net_request_t;
+
+enum : u32 {
+    http_error_none = 0,
+    http_error_internet_open = 1,
+    http_error_internet_close = 2,
+    http_error_not_initialized = 3,
+    http_error_file_not_opened = 4,
+    http_error_internet_open_url = 5,
+    http_error_internet_read_file = 6,
+    http_error_internet_close_url = 7,
+    http_error_not_enough_storage = 8,
+    http_error_file_storage_not_initialized = 9,
+    http_error_uri_is_not_zero_terminated = 10,
+    http_error_count = 11,
+};
+
+// The names shown to the user, indexed by the error value.
+extern const char *const http_error_names[http_error_count];
+// The name of any value; values past the table give "http_error_unknown".
+const char *http_error_name(u32 error);
+
+constexpr u64 http_default_size = 0x500000; // the body block when no length is given
+constexpr u64 http_url_capacity = 4096;     // longest address, with its terminator
+
+struct http_file_t {
+    os_net_request_t *handle;
+    data_t content; // reserved: the content length (0 when unknown); used: bytes read
+    u32 detail;     // the HTTP library's own code of a failure, for the log
+};
+
+void http_init(const char *user_agent, u32 *error);
+void http_close(u32 *error);
+bool http_is_open();
+// Time limits of later requests: connection (30 s by default) and a stalled
+// transfer (60 s below 1 byte a second). 0 keeps a limit.
+void http_set_time_limits(u32 connect_seconds, u32 stall_seconds);
+
+// Starts the GET of `url` (UTF-8; its used bytes, no terminator needed) and
+// reads the content length into content.reserved when the server gives one.
+http_file_t http_file_open(const data_t *url, u32 *error);
+// Reads the body into content.bytes, whose reserved size the caller set, and
+// ends the request. A body longer than the buffer is drained and gives
+// http_error_not_enough_storage.
+void http_file_get(http_file_t *file, u32 *error);
+// Ends a request that was opened but will not be read (any error state).
+void http_file_abandon(http_file_t *file);
