@@ -1,0 +1,334 @@
+// feed.cpp - the driver that tells RSS from Atom, field text with its
+// character references, and the joints of categories and persons.
+#include "feed/feed.h"
+
+#include "base/log.h"
+#include "html/encoding.h"
+#include "html/tokenizer.h"
+
+// ---- element text and attributes ----------------------------------------------------------
+
+data_t node_text(const xml_node_t *node) {
+    if (node->text.used == 0 && node->child_count == 1 && node->children[0]->name_index == xml_cdata)
+        return node->children[0]->text;
+    return node->text;
+}
+
+const data_t *node_attribute(const xml_node_t *node, u32 attribute_index) {
+    for (u32 i = 0; i < node->attribute_count; i++) {
+        if (node->attributes[i]->name_index == attribute_index) return &node->attributes[i]->value;
+    }
+    return nullptr;
+}
+
+// ---- field text -----------------------------------------------------------------------------
+
+// The code point a reference stands for (the text between "&" and ";"), or 0.
+static u32 feed_reference(const u8 *first, const u8 *end) {
+    u64 size = (u64)(end - first);
+    i64 value = 0;
+    if (size >= 2 && first[0] == '#' && first[1] == 'x') {
+        u64 number = 0; // wraps, as the number reader does
+        for (const u8 *p = first + 2; p < end && char_is_ascii_hex(*p); p++) number = number * 16 + char_hex_value(*p);
+        value = (i64)number;
+    } else if (size >= 1 && first[0] == '#') {
+        value = text_to_i64(first + 1, size - 1);
+    } else {
+        u32 code_point = 0, second = 0;
+        if (size == 0 || size > 31 || !html_entity_find(first, size, &code_point, &second)) return 0;
+        value = code_point;
+    }
+    if (value <= 0 || value > 0x10FFFF || !unicode_is_scalar((u32)value)) return 0;
+    return (u32)value;
+}
+
+// The code points met in one conversion, so that each distinct one costs one
+// search of the list per call, not one per character. The list only grows
+// during a call, so a code point once found stays found.
+struct feed_code_point_cache_t {
+    u64 ascii[2];
+    u32 recent[64];
+};
+
+static void feed_code_point_note(code_point_list_t *list, feed_code_point_cache_t *cache, u32 code_point) {
+    if (code_point < 128) {
+        u64 bit = 1ull << (code_point & 63);
+        if (cache->ascii[code_point >> 6] & bit) return;
+        cache->ascii[code_point >> 6] |= bit;
+    } else {
+        u32 *slot = &cache->recent[code_point & 63];
+        if (*slot == code_point) return;
+        *slot = code_point;
+    }
+    for (u32 i = 0; i < list->count; i++) {
+        if (list->code_points[i] == code_point) return;
+    }
+    assert_message(list->count < list->capacity, "The list of code points is full.");
+    list->code_points[list->count++] = code_point;
+}
+
+void feed_text_set(reader_t *reader, const data_t *raw, data_t *field, code_point_list_t *code_points, u32 encoding,
+                   data_t *scratch) {
+    u8 *out = scratch->bytes;
+    u64 capacity = scratch->reserved;
+    u64 size = 0;
+    feed_code_point_cache_t cache;
+    cache.ascii[0] = cache.ascii[1] = 0;
+    for (u32 &slot : cache.recent) slot = code_point_none;
+
+    const u8 *p = raw->bytes;
+    const u8 *end = p ? p + raw->used : p;
+    u32 decoder_state = 0;
+    // The next ";" from the last search: later searches start further on, so
+    // the answer holds until the text passes it (and "none" holds for good).
+    const u8 *semicolon = nullptr;
+    bool searched = false;
+    bool cut = false;
+
+    auto write = [&](u32 code_point) -> bool {
+        u8 bytes[4];
+        u8 count = 0;
+        u32 error = 0;
+        utf8_encode(bytes, bytes + 4, code_point, &count, &error);
+        if (error) return true;
+        if (count > capacity - size) {
+            cut = true;
+            return false;
+        }
+        for (u8 i = 0; i < count; i++) out[size + i] = bytes[i];
+        size += count;
+        return true;
+    };
+
+    while (p < end) {
+        u32 code_point = code_point_none, second = code_point_none;
+        u8 consumed = 0;
+        u32 error = 0;
+        encoding_decode(encoding, p, end, &code_point, &second, &consumed, (u8 *)&decoder_state, &error);
+        if (error == encoding_error_end_of_input) break;
+        if (error) code_point = code_point_none, second = code_point_none;
+        if (consumed == 0) consumed = 1;
+        if (consumed > end - p) consumed = (u8)(end - p);
+        const u8 *next = p + consumed;
+
+        if (code_point == '&') {
+            if (!searched || (semicolon && semicolon < next)) {
+                semicolon = next;
+                while (semicolon < end && *semicolon != ';') semicolon++;
+                if (semicolon == end) semicolon = nullptr;
+                searched = true;
+            }
+            u32 referenced = semicolon ? feed_reference(next, semicolon) : 0;
+            if (referenced) {
+                if (!write(referenced)) break;
+                feed_code_point_note(code_points, &cache, referenced);
+                p = semicolon + 1;
+                continue;
+            }
+            if (!write('&')) break;
+            p = next;
+            continue;
+        }
+        if (code_point == code_point_none) code_point = code_point_replacement;
+        feed_code_point_note(code_points, &cache, code_point);
+        if (!write(code_point)) break;
+        if (second != code_point_none) {
+            feed_code_point_note(code_points, &cache, second);
+            if (!write(second)) break;
+        }
+        p = next;
+    }
+    if (cut) log_string(log_main, "A feed text was cut: it does not fit the conversion space.\n");
+
+    // The old text stays when it equals what follows the new text in the
+    // scratch area (left over from earlier conversions) - not the new text
+    // itself. So nearly every re-read field is stored again, and the text
+    // area grows with each update until a save compacts it.
+    if (field->used != 0 && size <= capacity - size &&
+        memory_equal(field->bytes, field->used, out + size, size))
+        return;
+    data_t output = data_t{size, size, out};
+    *field = reader_text_add(reader, &output);
+}
+
+void feed_url_set(reader_t *reader, const data_t *url, data_t *field) {
+    feed_code_point_cache_t cache;
+    cache.ascii[0] = cache.ascii[1] = 0;
+    for (u32 &slot : cache.recent) slot = code_point_none;
+    const u8 *p = url->bytes;
+    const u8 *end = p ? p + url->used : p;
+    while (p < end) {
+        u32 code_point = code_point_none;
+        u8 consumed = 0;
+        u32 error = 0;
+        utf8_decode(p, end, &code_point, &consumed, &error);
+        feed_code_point_note(reader->code_points, &cache, error ? code_point_replacement : code_point);
+        p += error || consumed == 0 ? 1 : consumed;
+    }
+    *field = reader_text_add(reader, url);
+}
+
+// ---- categories and persons --------------------------------------------------------------------
+
+void feed_link_category(reader_t *reader, u32 encoding, const category_t *raw, u32 kind, u32 owner_id,
+                        u32 *owner_count, data_t *scratch) {
+    category_t *category = nullptr;
+    pool_t *categories = &reader->categories;
+    u32 seen = 0;
+    for (u32 i = 0; i < categories->max_entry_count && seen < categories->entry_count; i++) {
+        category_t *c = (category_t *)pool_entry(categories, sizeof(category_t), i);
+        if (!category_is_valid(c)) continue;
+        seen++;
+        if (memory_equal(c->term.bytes, c->term.used, raw->term.bytes, raw->term.used)) category = c;
+    }
+
+    bool joined = false;
+    if (category) {
+        pool_t *links = &reader->links;
+        u32 counted = 0;
+        seen = 0;
+        for (u32 i = 0; i < links->max_entry_count && seen < links->entry_count; i++) {
+            link_t *link = (link_t *)pool_entry(links, sizeof(link_t), i);
+            if (!link_is_valid(link)) continue;
+            seen++;
+            if (link->kind != kind || link->owner_id != owner_id) continue;
+            if (link->target_id == category->id) {
+                joined = true;
+                break;
+            }
+            if (++counted >= *owner_count) break;
+        }
+    } else {
+        category = reader_new_category(reader);
+        assert_message(category, "The reader's categories are full.");
+        feed_text_set(reader, &raw->term, &category->term, reader->code_points, encoding, scratch);
+        feed_text_set(reader, &raw->scheme, &category->scheme, reader->code_points, encoding, scratch);
+        feed_text_set(reader, &raw->label, &category->label, reader->code_points, encoding, scratch);
+    }
+    if (joined) return;
+    link_t *link = reader_new_link(reader, kind, owner_id, category->id);
+    assert_message(link, "The reader's links are full.");
+    (*owner_count)++;
+}
+
+void feed_link_person(reader_t *reader, u32 encoding, const person_t *raw, u32 kind, u32 owner_id,
+                      u32 *owner_count, data_t *scratch) {
+    person_t *person = nullptr;
+    pool_t *persons = &reader->persons;
+    u32 seen = 0;
+    for (u32 i = 0; i < persons->max_entry_count && seen < persons->entry_count; i++) {
+        person_t *candidate = (person_t *)pool_entry(persons, sizeof(person_t), i);
+        if (!person_is_valid(candidate)) continue;
+        seen++;
+        if (memory_equal(candidate->name.bytes, candidate->name.used, raw->name.bytes, raw->name.used))
+            person = candidate;
+    }
+
+    bool joined = false;
+    if (person) {
+        // By owner id alone, whatever the kind: an author who is also a
+        // contributor of the same owner stays one joint.
+        pool_t *links = &reader->links;
+        u32 counted = 0;
+        seen = 0;
+        for (u32 i = 0; i < links->max_entry_count && seen < links->entry_count; i++) {
+            link_t *link = (link_t *)pool_entry(links, sizeof(link_t), i);
+            if (!link_is_valid(link)) continue;
+            seen++;
+            if (link->owner_id != owner_id) continue;
+            if (link->target_id == person->id) {
+                joined = true;
+                break;
+            }
+            if (++counted >= *owner_count) break;
+        }
+    } else {
+        person = reader_new_person(reader);
+        assert_message(person, "The reader's persons are full.");
+        feed_text_set(reader, &raw->name, &person->name, reader->code_points, encoding, scratch);
+        feed_text_set(reader, &raw->uri, &person->uri, reader->code_points, encoding, scratch);
+        feed_text_set(reader, &raw->email, &person->email, reader->code_points, encoding, scratch);
+    }
+    if (joined) return;
+    link_t *link = reader_new_link(reader, kind, owner_id, person->id);
+    assert_message(link, "The reader's links are full.");
+    (*owner_count)++;
+}
+
+// ---- rollback safety -----------------------------------------------------------------------------
+
+void feed_reserve_for_item(reader_t *reader, const xml_node_t *item) {
+    // Everything an item can store comes from its children's texts and
+    // attributes, and from the texts of a person's children. A raw byte
+    // becomes at most 3 bytes of UTF-8.
+    u64 raw = 0;
+    for (u32 i = 0; i < item->child_count; i++) {
+        const xml_node_t *child = item->children[i];
+        raw += node_text(child).used + child->text.used;
+        for (u32 a = 0; a < child->attribute_count; a++) raw += child->attributes[a]->value.used;
+        if (child->name_index == xml_author || child->name_index == xml_contributor) {
+            for (u32 g = 0; g < child->child_count; g++) raw += node_text(child->children[g]).used;
+        }
+    }
+    u64 need = reader->text.used + raw * 3 + 64;
+    reader_text_reserve(reader, need); // past the area's end the text add itself stops the process
+}
+
+// ---- the driver -------------------------------------------------------------------------------------
+
+static void feed_log_format_change(const data_t *url, u32 stored_type) {
+    const char *was = stored_type == reader_type_rss ? "RSS" : "Atom";
+    const char *now = stored_type == reader_type_rss ? "Atom" : "RSS";
+    log_string(log_main, "Parsing: the feed at ");
+    log_data(log_main, url);
+    log_string(log_main, " is stored as ");
+    log_string(log_main, was);
+    log_string(log_main, " but now serves ");
+    log_string(log_main, now);
+    log_string(log_main, "; it was left as it was.\n");
+
+    log_string(log_user, "The feed ");
+    log_data(log_user, url);
+    log_string(log_user, " changed its format from ");
+    log_string(log_user, was);
+    log_string(log_user, " to ");
+    log_string(log_user, now);
+    log_string(log_user, ". Its stored entries are kept, but it gets no new ones. To follow it in its new format, "
+                         "remove the feed and add the address again as a new feed.\n");
+}
+
+feed_t *feed_parse(data_t *parse_memory, reader_t *reader, const data_t *document, const data_t *url, feed_t *feed) {
+    data_t memory = data_block_view_rest(parse_memory);
+    xml_scan_t scan = xml_scan_tags(&memory, document);
+    if (scan.count == 0) return feed;
+    xml_tree_t tree = xml_build_tree(&memory, &scan);
+    if (tree.node_count == 0) return feed;
+
+    u32 encoding = encoding_utf8;
+    const data_t *label = node_attribute(xml_tree_node(&tree, 0), xml_attribute_encoding);
+    if (label) {
+        u32 named = encoding_label_lookup(label->bytes, label->used);
+        if (named != encoding_none) encoding = named;
+    }
+
+    xml_node_t *found = nullptr;
+    xml_node_t *rdf = nullptr;
+    for (u32 i = 0; i < tree.node_count; i++) {
+        xml_node_t *node = xml_tree_node(&tree, i);
+        if (node->name_index == xml_channel || node->name_index == xml_feed) {
+            found = node;
+            break;
+        }
+        if (node->name_index == xml_rdf) rdf = node;
+    }
+    if (!found) return feed;
+
+    u32 type = found->name_index == xml_channel ? reader_type_rss : reader_type_atom;
+    if (feed && feed_get_type(feed) != type) {
+        feed_log_format_change(&feed->url, feed_get_type(feed));
+        return feed;
+    }
+    data_t scratch = data_block_view_rest(&memory);
+    if (type == reader_type_rss) return feed_map_rss(reader, found, rdf, url, feed, encoding, &scratch);
+    return feed_map_atom(reader, found, url, feed, encoding, &scratch);
+}

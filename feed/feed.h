@@ -1,0 +1,67 @@
+// feed.h - a fetched document to reader records: the tag scanner, the tree of
+// small nodes, the driver that tells RSS from Atom, and the two mappings.
+//
+// Main thread only. All working memory is taken from `parse_memory` (the rest
+// of the frame memory) and is gone when the frame ends; every stored string
+// is a copy in the reader's text area.
+#pragma once
+
+#include "base/memory.h"
+#include "base/text.h"
+#include "feed/xml.h"
+#include "reader/reader.h"
+
+// Reads `document` (raw bytes as fetched from `url`) into `feed`, or into a
+// new feed when `feed` is null. Returns the feed the document was read into,
+// or `feed` as given when the document holds no `channel` or `feed` element.
+//
+// A stored feed whose document now comes in the other format (RSS for an
+// Atom feed or the reverse) is left as it was and returned as given; the log
+// and the user's messages say so.
+//
+// `parse_memory` itself is not moved: the parse works in the space behind
+// its `used` bytes, so several documents can be parsed in one frame.
+feed_t *feed_parse(data_t *parse_memory, reader_t *reader, const data_t *document, const data_t *url, feed_t *feed);
+
+// ---- what the two mappings share ----------------------------------------------------------
+
+// The text of an element as the mappings read it: its own text, or when that
+// is empty and its only child is a CDATA section, the section's text.
+data_t node_text(const xml_node_t *node);
+
+// The value of the first attribute of that name, or null.
+const data_t *node_attribute(const xml_node_t *node, u32 attribute_index);
+
+// Converts raw document text to UTF-8 in `scratch` (overwritten from its
+// start), decoding the character references, and stores it in `field` unless
+// the field is found unchanged. New code points join `code_points`. A text
+// that does not fit the scratch area is cut at the last whole character that
+// fits, with a line on log channel 0.
+void feed_text_set(reader_t *reader, const data_t *raw, data_t *field, code_point_list_t *code_points, u32 encoding,
+                   data_t *scratch);
+
+// Stores the address a feed is fetched from as given, byte for byte (no
+// reference decoding), noting its code points in the reader's list.
+void feed_url_set(reader_t *reader, const data_t *url, data_t *field);
+
+// Joins a category (term, scheme and label as raw document bytes) to an
+// owner: the stored category of the same term is shared, a new one is made
+// otherwise, and a link of `kind` is added unless the owner already has it.
+void feed_link_category(reader_t *reader, u32 encoding, const category_t *raw, u32 kind, u32 owner_id,
+                        u32 *owner_count, data_t *scratch);
+// The same for a person, by name. An owner's existing links are matched by
+// owner id alone, whatever their kind, so a person named twice by one owner
+// (author and contributor) is joined once.
+void feed_link_person(reader_t *reader, u32 encoding, const person_t *raw, u32 kind, u32 owner_id,
+                      u32 *owner_count, data_t *scratch);
+
+// Makes sure the text area will not need to grow while one item or entry is
+// read, so that a refused one can always be rolled back.
+void feed_reserve_for_item(reader_t *reader, const xml_node_t *item);
+
+// The mappings. `feed` is the stored feed of the same type, or null for a new
+// one; `scratch` is the conversion space of feed_text_set.
+feed_t *feed_map_rss(reader_t *reader, xml_node_t *channel, xml_node_t *rdf, const data_t *url, feed_t *feed,
+                     u32 encoding, data_t *scratch);
+feed_t *feed_map_atom(reader_t *reader, xml_node_t *feed_node, const data_t *url, feed_t *feed, u32 encoding,
+                      data_t *scratch);

@@ -1,0 +1,239 @@
+// feed_rss.cpp - a `channel` (and, for RSS 1.0, its `rdf` siblings) to an
+// RSS feed record and its items to entries, judged by date first and guid
+// second.
+#include "base/dates.h"
+#include "feed/feed.h"
+
+namespace {
+
+struct rss_run_t {
+    reader_t *reader;
+    feed_t *feed;
+    u32 encoding;
+    data_t *scratch;
+    date_t threshold; // the stored last_build_date when the run began
+    date_t newest;    // the newest accepted item date so far
+};
+
+} // namespace
+
+static void rss_set(rss_run_t *run, const data_t *raw, data_t *field) {
+    feed_text_set(run->reader, raw, field, run->reader->code_points, run->encoding, run->scratch);
+}
+
+static void rss_set_text(rss_run_t *run, const xml_node_t *node, data_t *field) {
+    data_t text = node_text(node);
+    rss_set(run, &text, field);
+}
+
+static u64 rss_number(const data_t *text) { return (u64)text_to_i64(text->bytes, text->used); }
+
+static date_t rss_later(date_t a, date_t b) { return date_is_after(b, a) ? b : a; }
+
+static void rss_item(rss_run_t *run, const xml_node_t *item) {
+    reader_t *reader = run->reader;
+    feed_reserve_for_item(reader, item);
+    reader_text_mark_t mark = reader_text_mark(reader);
+    date_t saved_newest = run->newest;
+    entry_t *entry = reader_new_entry(reader);
+    assert_message(entry, "The reader's entries are full.");
+    entry->rss.guid_is_perma_link = 1;
+
+    bool refused = false;
+    for (u32 i = 0; i < item->child_count && !refused; i++) {
+        const xml_node_t *child = item->children[i];
+        switch (child->name_index) {
+        case xml_title: rss_set_text(run, child, &entry->rss.title); break;
+        case xml_link: rss_set_text(run, child, &entry->rss.link); break;
+        case xml_description: rss_set_text(run, child, &entry->rss.description); break;
+        case xml_pub_date: {
+            data_t text = node_text(child);
+            date_t date = date_parse_rfc822(&text);
+            entry->rss.pub_date = date;
+            if (date_is_after(date, run->threshold)) run->newest = rss_later(run->newest, date);
+            else refused = true;
+            break;
+        }
+        case xml_category: {
+            category_t raw = {};
+            raw.term = node_text(child);
+            feed_link_category(reader, run->encoding, &raw, link_kind_rss_entry_category, entry->id,
+                               &entry->rss.category_count, run->scratch);
+            break;
+        }
+        case xml_author: rss_set_text(run, child, &entry->rss.author); break;
+        case xml_comments: rss_set_text(run, child, &entry->rss.comments); break;
+        case xml_enclosure:
+            for (u32 a = 0; a < child->attribute_count; a++) {
+                const xml_attribute_t *attribute = child->attributes[a];
+                switch (attribute->name_index) {
+                case xml_attribute_url: rss_set(run, &attribute->value, &entry->rss.enclosure_url); break;
+                case xml_attribute_length: entry->rss.enclosure_length = rss_number(&attribute->value); break;
+                case xml_attribute_type: rss_set(run, &attribute->value, &entry->rss.enclosure_type); break;
+                default: break;
+                }
+            }
+            break;
+        case xml_guid: {
+            rss_set_text(run, child, &entry->rss.guid);
+            const data_t *perma = node_attribute(child, xml_attribute_is_perma_link);
+            entry->rss.guid_is_perma_link = perma && !memory_equal(perma->bytes, perma->used, "true", 4) ? 0 : 1;
+            break;
+        }
+        case xml_source: {
+            rss_set_text(run, child, &entry->rss.source);
+            const data_t *url = node_attribute(child, xml_attribute_url);
+            if (url) rss_set(run, url, &entry->rss.source_url);
+            break;
+        }
+        case xml_content: // content:encoded stands in for a description not given first
+            if (entry->rss.description.used == 0) rss_set_text(run, child, &entry->rss.description);
+            break;
+        default: break;
+        }
+    }
+
+    if (refused) {
+        entry->type_and_flags = reader_type_rss;
+        reader_delete_entry(reader, entry, nullptr);
+        reader_text_rollback(reader, mark);
+        run->newest = saved_newest;
+        return;
+    }
+    entry_t *twin = reader_get_entry_by_guid(reader, run->feed->id, &entry->rss.guid);
+    if (twin) reader_delete_entry(reader, twin, run->feed);
+    reader_accept_entry(reader, run->feed, entry);
+}
+
+static const char *const rss_day_names[7] = {"Monday", "Tuesday", "Wednesday", "Thursday",
+                                             "Friday", "Saturday", "Sunday"};
+
+static void rss_channel_child(rss_run_t *run, const xml_node_t *child) {
+    feed_rss_t *rss = &run->feed->rss;
+    switch (child->name_index) {
+    case xml_title: rss_set_text(run, child, &rss->title); break;
+    case xml_link: rss_set_text(run, child, &rss->link); break;
+    case xml_description: rss_set_text(run, child, &rss->description); break;
+    case xml_language: rss_set_text(run, child, &rss->language); break;
+    case xml_copyright: rss_set_text(run, child, &rss->copyright); break;
+    case xml_managing_editor: rss_set_text(run, child, &rss->managing_editor); break;
+    case xml_web_master: rss_set_text(run, child, &rss->web_master); break;
+    case xml_pub_date: {
+        data_t text = node_text(child);
+        date_t date = date_parse_rfc822(&text);
+        if (date_is_after(date, rss->pub_date)) rss->pub_date = date;
+        break;
+    }
+    case xml_last_build_date: {
+        data_t text = node_text(child);
+        date_t date = date_parse_rfc822(&text);
+        if (date_is_after(date, rss->last_build_date)) rss->last_build_date = date;
+        break;
+    }
+    case xml_category: {
+        category_t raw = {};
+        raw.term = node_text(child);
+        feed_link_category(run->reader, run->encoding, &raw, link_kind_rss_feed_category, run->feed->id,
+                           &rss->category_count, run->scratch);
+        break;
+    }
+    case xml_generator: rss_set_text(run, child, &rss->generator); break;
+    case xml_docs: rss_set_text(run, child, &rss->docs); break;
+    case xml_cloud:
+        for (u32 a = 0; a < child->attribute_count; a++) {
+            const xml_attribute_t *attribute = child->attributes[a];
+            switch (attribute->name_index) {
+            case xml_attribute_domain: rss_set(run, &attribute->value, &rss->cloud_domain); break;
+            case xml_attribute_port: rss->cloud_port = (u32)rss_number(&attribute->value); break;
+            case xml_attribute_path: rss_set(run, &attribute->value, &rss->cloud_path); break;
+            case xml_attribute_register_procedure:
+                rss_set(run, &attribute->value, &rss->cloud_register_procedure);
+                break;
+            case xml_attribute_protocol: rss_set(run, &attribute->value, &rss->cloud_protocol); break;
+            default: break;
+            }
+        }
+        break;
+    case xml_ttl: {
+        data_t text = node_text(child);
+        rss->ttl = (u32)rss_number(&text);
+        break;
+    }
+    case xml_image: // the children's own texts: no CDATA sections here
+        for (u32 i = 0; i < child->child_count; i++) {
+            const xml_node_t *part = child->children[i];
+            switch (part->name_index) {
+            case xml_url: rss_set(run, &part->text, &rss->image_url); break;
+            case xml_title: rss_set(run, &part->text, &rss->image_title); break;
+            case xml_link: rss_set(run, &part->text, &rss->image_link); break;
+            case xml_description: rss_set(run, &part->text, &rss->image_description); break;
+            case xml_width: rss->image_width = (u32)rss_number(&part->text); break;
+            case xml_height: rss->image_height = (u32)rss_number(&part->text); break;
+            default: break;
+            }
+        }
+        break;
+    case xml_rating: rss_set_text(run, child, &rss->rating); break;
+    case xml_text_input:
+        for (u32 i = 0; i < child->child_count; i++) {
+            const xml_node_t *part = child->children[i];
+            switch (part->name_index) {
+            case xml_title: rss_set(run, &part->text, &rss->text_input_title); break;
+            case xml_description: rss_set(run, &part->text, &rss->text_input_description); break;
+            case xml_name: rss_set(run, &part->text, &rss->text_input_name); break;
+            case xml_link: rss_set(run, &part->text, &rss->text_input_link); break;
+            default: break;
+            }
+        }
+        break;
+    case xml_skip_hours: // flags are only ever set
+        for (u32 i = 0; i < child->child_count; i++) {
+            const xml_node_t *part = child->children[i];
+            if (part->name_index != xml_hour) continue;
+            data_t text = node_text(part);
+            u64 hour = rss_number(&text);
+            if (hour < 24) rss->skip_hours[hour] = 1;
+        }
+        break;
+    case xml_skip_days:
+        for (u32 i = 0; i < child->child_count; i++) {
+            const xml_node_t *part = child->children[i];
+            if (part->name_index != xml_day) continue;
+            data_t text = node_text(part);
+            for (u32 d = 0; d < 7; d++) {
+                if (memory_equal(text.bytes, text.used, rss_day_names[d], string_length(rss_day_names[d])))
+                    rss->skip_days[d] = 1;
+            }
+        }
+        break;
+    case xml_item: rss_item(run, child); break;
+    default: break;
+    }
+}
+
+feed_t *feed_map_rss(reader_t *reader, xml_node_t *channel, xml_node_t *rdf, const data_t *url, feed_t *feed,
+                     u32 encoding, data_t *scratch) {
+    rss_run_t run = {};
+    run.reader = reader;
+    run.encoding = encoding;
+    run.scratch = scratch;
+    if (feed) {
+        run.threshold = feed->rss.last_build_date;
+    } else {
+        feed = reader_new_feed(reader, reader_type_rss);
+        assert_message(feed, "The reader's feeds are full.");
+        feed_url_set(reader, url, &feed->url);
+    }
+    run.feed = feed;
+
+    // RSS 1.0 puts items and the image beside the channel, in rdf:RDF.
+    const xml_node_t *passes[2] = {channel, rdf != channel ? rdf : nullptr};
+    for (const xml_node_t *parent : passes) {
+        if (!parent) continue;
+        for (u32 i = 0; i < parent->child_count; i++) rss_channel_child(&run, parent->children[i]);
+    }
+
+    date_t *last = &feed->rss.last_build_date;
+    if (date_is_empty(last) || date_is_after(run.newest, *last)) *last = run.newest;
+    return feed;
+}
