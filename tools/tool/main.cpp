@@ -17,7 +17,6 @@
 #include "base/log.h"
 #include "base/text.h"
 #include "base/thread_queue.h"
-#include "feed/feed.h"
 #include "html/html.h"
 #include "net/feed_query.h"
 #include "net/http.h"

@@ -1,0 +1,269 @@
+// The feed query road: actions fill slots, workers fetch from a server of
+// the test's own, the scan parses into the reader. Generations, replacement,
+// failures, selection and list files.
+#include "net/engine_fixture.h"
+#include "net/test_server.h"
+
+#include <fstream>
+#include <map>
+#include <mutex>
+
+namespace {
+
+const char *jan(int day) {
+    static std::string dates[32];
+    if (dates[day].empty()) dates[day] = "Mon, " + std::string(day < 10 ? "0" : "") + std::to_string(day) +
+                                         " Jan 2024 10:00:00 GMT";
+    return dates[day].c_str();
+}
+
+// Documents by path, changeable between runs.
+struct site_t {
+    std::mutex mutex;
+    std::map<std::string, std::string> pages;
+    void set(const std::string &path, const std::string &body) {
+        std::lock_guard<std::mutex> lock(mutex);
+        pages[path] = body;
+    }
+    test_server_t::handler_t handler() {
+        return [this](const std::string &path) {
+            std::lock_guard<std::mutex> lock(mutex);
+            test_response_t r;
+            auto it = pages.find(path);
+            if (it == pages.end()) {
+                r.status = 404;
+                r.body = "<html><body>Not found</body></html>";
+            } else {
+                r.body = it->second;
+            }
+            return r;
+        };
+    }
+};
+
+struct feed_query_fixture : ::testing::Test {
+    void SetUp() override { clear_user_log(); }
+};
+
+TEST_F(feed_query_fixture, first_update_makes_feeds_and_the_next_run_keeps_unchanged_items_out) {
+    site_t site;
+    site.set("/a.xml", test_rss("A", {{"a1", "one", jan(1)}, {"a2", "two", jan(2)}}));
+    site.set("/b.xml", test_rss("B", {{"b1", "one", jan(3)}}));
+    test_server_t server(site.handler());
+    test_engine_t engine;
+
+    engine.add(server.url("/a.xml"));
+    engine.add("  \t" + server.url("/b.xml")); // leading blanks are skipped
+    EXPECT_EQ(engine.r.reader.generation, 1u);
+    EXPECT_EQ(engine.shown_minimum, 1u);
+    EXPECT_EQ(engine.shown_maximum, 1u);
+    engine.run();
+    ASSERT_EQ(engine.feeds().size(), 2u);
+    feed_t *a = engine.feed(server.url("/a.xml"));
+    ASSERT_NE(a, nullptr);
+    ASSERT_NE(engine.feed(server.url("/b.xml")), nullptr);
+    EXPECT_EQ(a->entry_count, 2u);
+    EXPECT_NE(reader_get_meta(&engine.r.reader, a->id), nullptr);
+    for (entry_t *e : engine.entries(a)) EXPECT_EQ(e->generation, 1u);
+    u32 a1_id = engine.entry(a, "a1")->id;
+
+    // The next run: a2 is published again with a later date, a3 is new.
+    site.set("/a.xml", test_rss("A", {{"a1", "one", jan(1)}, {"a2", "two again", jan(5)}, {"a3", "three", jan(4)}}));
+    engine.new_run();
+    feed_query_update_all(&engine.context, &engine.r.reader);
+    EXPECT_EQ(engine.r.reader.generation, 2u);
+    EXPECT_TRUE(feed_query_is_active(engine.slots.data(), engine.slots.size(), a->id));
+    engine.run();
+    EXPECT_FALSE(feed_query_is_active(engine.slots.data(), engine.slots.size(), a->id));
+    EXPECT_EQ(engine.feeds().size(), 2u);
+    EXPECT_EQ(a->entry_count, 3u);
+    entry_t *a1 = engine.entry(a, "a1");
+    entry_t *a2 = engine.entry(a, "a2");
+    entry_t *a3 = engine.entry(a, "a3");
+    ASSERT_TRUE(a1 && a2 && a3);
+    EXPECT_EQ(a1->id, a1_id);
+    EXPECT_EQ(a1->generation, 1u);
+    EXPECT_EQ(a2->generation, 2u);
+    EXPECT_EQ(text_of(a2->rss.title), "two again");
+    EXPECT_EQ(a3->generation, 2u);
+    EXPECT_EQ(engine.context.failed_count, 0u);
+    EXPECT_EQ(user_log(), "");
+    // Newest first after the sort.
+    std::vector<entry_t *> order = engine.entries(a);
+    EXPECT_EQ(text_of(order[0]->rss.guid), "a2");
+    EXPECT_EQ(text_of(order[2]->rss.guid), "a1");
+}
+
+TEST_F(feed_query_fixture, failures_are_logged_for_the_user_and_leave_no_feed) {
+    site_t site;
+    test_server_t server(site.handler());
+    test_engine_t engine;
+    std::string refused = "http://127.0.0.1:1/feed.xml";
+    engine.add(refused);
+    engine.add(server.url("/missing.xml")); // a 404 page: parsed, no feed, no message
+    engine.run();
+    EXPECT_EQ(engine.feeds().size(), 0u);
+    EXPECT_EQ(engine.context.failed_count, 1u);
+    EXPECT_EQ(engine.context.parsed_count, 1u);
+    EXPECT_EQ(engine.show_log_calls, 1);
+    EXPECT_EQ(user_log(), "Error while retrieving feed: " + refused + "\n    Returned (5) http_error_internet_open_url");
+    EXPECT_NE(log_main_since(0).find("http_get_file error: " + refused + " returned (5) http_error_internet_open_url\n"),
+              std::string::npos);
+
+    engine.add(refused + "?again");
+    engine.run();
+    EXPECT_EQ(user_log(), "Error while retrieving feed: " + refused + "\n    Returned (5) http_error_internet_open_url" +
+                              "\n\nError while retrieving feed: " + refused +
+                              "?again\n    Returned (5) http_error_internet_open_url");
+}
+
+TEST_F(feed_query_fixture, a_failed_update_keeps_the_stored_feed) {
+    site_t site;
+    site.set("/a.xml", test_rss("A", {{"a1", "one", jan(1)}}));
+    auto server = std::make_unique<test_server_t>(site.handler());
+    std::string url = server->url("/a.xml");
+    test_engine_t engine;
+    engine.add(url);
+    engine.run();
+    ASSERT_EQ(engine.feeds().size(), 1u);
+    server.reset(); // nobody listens there any more
+    engine.new_run();
+    feed_query_update_all(&engine.context, &engine.r.reader);
+    engine.run();
+    ASSERT_EQ(engine.feeds().size(), 1u);
+    EXPECT_EQ(engine.feeds()[0]->entry_count, 1u);
+    EXPECT_EQ(engine.context.failed_count, 1u);
+}
+
+TEST_F(feed_query_fixture, one_hundred_feeds_at_once_are_all_parsed) {
+    site_t site;
+    for (int i = 0; i < 100; i++) {
+        std::vector<test_item_t> items;
+        for (int j = 1; j <= 5; j++) items.push_back({"f" + std::to_string(i) + "-" + std::to_string(j), "t", jan(j)});
+        site.set("/f" + std::to_string(i) + ".xml", test_rss("Feed " + std::to_string(i), items));
+    }
+    test_server_t server(site.handler());
+    test_engine_t engine;
+    for (int i = 0; i < 100; i++) engine.add(server.url("/f" + std::to_string(i) + ".xml"));
+    engine.run();
+    ASSERT_EQ(engine.feeds().size(), 100u);
+    EXPECT_EQ(engine.r.reader.entries.entry_count, 500u);
+
+    // "Update all" of the same 100: every one is fetched and parsed, nothing new.
+    engine.new_run();
+    feed_query_update_all(&engine.context, &engine.r.reader);
+    EXPECT_EQ(feed_query_busy_count(engine.slots.data(), engine.slots.size()), 100u);
+    engine.run();
+    EXPECT_EQ(engine.context.parsed_count, 200u);
+    EXPECT_EQ(engine.r.reader.entries.entry_count, 500u);
+    EXPECT_EQ(server.hits("/f99.xml"), 2);
+}
+
+TEST_F(feed_query_fixture, the_selection_survives_replacement_and_sorting) {
+    site_t site;
+    site.set("/a.xml", test_rss("A", {{"a1", "one", jan(1)}, {"a2", "two", jan(2)}}));
+    test_server_t server(site.handler());
+    test_engine_t engine;
+    engine.add(server.url("/a.xml"));
+    engine.run();
+    feed_t *a = engine.feed(server.url("/a.xml"));
+    ASSERT_NE(a, nullptr);
+
+    // a1 selected; it comes again newer than everything, so it is replaced
+    // by a new record and sorted to the front.
+    engine.selected_feed = a;
+    engine.selected_entry = engine.entry(a, "a1");
+    u32 old_id = engine.selected_entry->id;
+    site.set("/a.xml", test_rss("A", {{"a1", "one, edited", jan(9)}, {"a2", "two", jan(2)}}));
+    engine.new_run();
+    feed_query_update_selected(&engine.context, &engine.r.reader);
+    engine.run();
+    ASSERT_NE(engine.selected_entry, nullptr);
+    EXPECT_NE(engine.selected_entry->id, old_id);
+    EXPECT_EQ(text_of(engine.selected_entry->rss.guid), "a1");
+    EXPECT_EQ(text_of(engine.selected_entry->rss.title), "one, edited");
+    EXPECT_EQ(engine.entries(a)[0], engine.selected_entry);
+}
+
+TEST_F(feed_query_fixture, a_feed_removed_while_its_fetch_ran_is_not_parsed) {
+    site_t site;
+    site.set("/a.xml", test_rss("A", {{"a1", "one", jan(1)}}));
+    test_server_t server(site.handler());
+    test_engine_t engine;
+    engine.add(server.url("/a.xml"));
+    engine.run();
+    ASSERT_EQ(engine.feeds().size(), 1u);
+    engine.new_run();
+    feed_query_update_all(&engine.context, &engine.r.reader);
+    engine.wait_finished();
+    reader_delete_feed(&engine.r.reader, engine.feeds()[0]);
+    engine.run();
+    EXPECT_EQ(engine.feeds().size(), 0u);
+    EXPECT_EQ(engine.context.parsed_count, 1u); // only the first run's parse
+}
+
+TEST_F(feed_query_fixture, the_generation_moves_once_a_run_even_for_empty_actions) {
+    test_engine_t engine;
+    engine.add("");
+    EXPECT_EQ(engine.r.reader.generation, 1u);
+    engine.add(" \t\r\n ");
+    feed_query_update_selected(&engine.context, &engine.r.reader); // nothing selected
+    feed_query_update_all(&engine.context, &engine.r.reader);      // no feeds
+    EXPECT_EQ(engine.r.reader.generation, 1u);
+    EXPECT_EQ(feed_query_busy_count(engine.slots.data(), engine.slots.size()), 0u);
+    engine.new_run();
+    std::string missing_path = "/nonexistent/list.txt";
+    data_t missing = view_of(missing_path);
+    feed_query_add_list(&engine.context, &engine.r.reader, &missing);
+    EXPECT_EQ(engine.r.reader.generation, 2u);
+    EXPECT_EQ(engine.shown_minimum, 2u);
+}
+
+TEST_F(feed_query_fixture, a_list_file_gives_one_query_a_line) {
+    site_t site;
+    for (const char *p : {"/1.xml", "/2.xml", "/3.xml"}) site.set(p, test_rss(p, {{p, "x", jan(1)}}));
+    test_server_t server(site.handler());
+    std::string path = ::testing::TempDir() + "tidewrack_list.txt";
+    {
+        std::ofstream f(path, std::ios::binary);
+        f << "\r\n  " << server.url("/1.xml") << "\r\n\r\n\t\t" << server.url("/2.xml") << "\n\n\n"
+          << server.url("/3.xml");
+    }
+    test_engine_t engine;
+    data_t p = view_of(path);
+    feed_query_add_list(&engine.context, &engine.r.reader, &p);
+    EXPECT_EQ(feed_query_busy_count(engine.slots.data(), engine.slots.size()), 3u);
+    engine.run();
+    ASSERT_EQ(engine.feeds().size(), 3u);
+    for (const char *name : {"/1.xml", "/2.xml", "/3.xml"}) EXPECT_NE(engine.feed(server.url(name)), nullptr) << name;
+    EXPECT_EQ(engine.context.failed_count, 0u);
+}
+
+TEST_F(feed_query_fixture, the_same_new_address_twice_makes_one_feed) {
+    site_t site;
+    site.set("/a.xml", test_rss("A", {{"a1", "one", jan(1)}}));
+    test_server_t server(site.handler());
+    test_engine_t engine;
+    engine.add(server.url("/a.xml"));
+    engine.add(server.url("/a.xml"));
+    engine.run();
+    ASSERT_EQ(engine.feeds().size(), 1u);
+    EXPECT_EQ(engine.feeds()[0]->entry_count, 1u);
+    EXPECT_EQ(engine.r.reader.metas.entry_count, 1u);
+}
+
+TEST_F(feed_query_fixture, bodies_over_five_megabytes_without_a_length_fail) {
+    test_server_t server([](const std::string &) {
+        test_response_t r;
+        r.body = test_rss("Big", {{"g", std::string(feed_query_default_size, 'x'), jan(1)}});
+        r.send_length = false;
+        return r;
+    });
+    test_engine_t engine;
+    engine.add(server.url("/big.xml"));
+    engine.run();
+    EXPECT_EQ(engine.feeds().size(), 0u);
+    EXPECT_NE(user_log().find("Returned (8) http_error_not_enough_storage"), std::string::npos);
+}
+
+} // namespace
