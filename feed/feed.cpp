@@ -196,7 +196,7 @@ void feed_link_category(reader_t *reader, u32 encoding, const category_t *raw, u
                 joined = true;
                 break;
             }
-            if (++counted >= *owner_count) break;
+            if (*owner_count && ++counted >= *owner_count) break;
         }
     } else {
         category = reader_new_category(reader);
@@ -227,7 +227,8 @@ void feed_link_person(reader_t *reader, u32 encoding, const person_t *raw, u32 k
     bool joined = false;
     if (person) {
         // By owner id alone, whatever the kind: an author who is also a
-        // contributor of the same owner stays one joint.
+        // contributor of the same owner stays one joint. A count of 0 walks
+        // all of them, so that holds for the first contributor too.
         pool_t *links = &reader->links;
         u32 counted = 0;
         seen = 0;
@@ -240,7 +241,7 @@ void feed_link_person(reader_t *reader, u32 encoding, const person_t *raw, u32 k
                 joined = true;
                 break;
             }
-            if (++counted >= *owner_count) break;
+            if (*owner_count && ++counted >= *owner_count) break;
         }
     } else {
         person = reader_new_person(reader);

@@ -280,13 +280,13 @@ static void xml_read_attributes(xml_tree_t *tree, xml_node_t *node, const xml_ta
         while (close < end && *close != quote) close++;
         if (close >= end) return;
 
-        xml_attribute_t *attribute = (xml_attribute_t *)data_push(&tree->attributes, sizeof(xml_attribute_t), 8);
-        xml_attribute_t **pointer =
-            attribute ? (xml_attribute_t **)data_push(&tree->attribute_pointers, sizeof(void *), 8) : nullptr;
-        if (!pointer) {
+        if (tree->attributes.reserved - tree->attributes.used < sizeof(xml_attribute_t) ||
+            tree->attribute_pointers.reserved - tree->attribute_pointers.used < sizeof(void *)) {
             xml_tree_full(tree);
             return;
         }
+        xml_attribute_t *attribute = (xml_attribute_t *)data_push(&tree->attributes, sizeof(xml_attribute_t), 8);
+        xml_attribute_t **pointer = (xml_attribute_t **)data_push(&tree->attribute_pointers, sizeof(void *), 8);
         attribute->name_index = xml_attribute_index(&name);
         attribute->unused_4 = 0;
         attribute->value = data_from_range(p, close);
@@ -322,11 +322,11 @@ static xml_node_t *xml_node_of(xml_tree_t *tree, xml_tag_t *tag) {
 }
 
 static bool xml_append_child(xml_tree_t *tree, xml_node_t *parent, xml_node_t *child) {
-    xml_node_t **pointer = (xml_node_t **)data_push(&tree->child_pointers, sizeof(void *), 8);
-    if (!pointer) {
+    if (tree->child_pointers.reserved - tree->child_pointers.used < sizeof(void *)) {
         xml_tree_full(tree);
         return false;
     }
+    xml_node_t **pointer = (xml_node_t **)data_push(&tree->child_pointers, sizeof(void *), 8);
     *pointer = child;
     parent->child_count++;
     return true;
