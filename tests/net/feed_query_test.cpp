@@ -6,6 +6,7 @@
 
 #include <fstream>
 #include <map>
+#include <condition_variable>
 #include <mutex>
 
 namespace {
@@ -20,14 +21,24 @@ const char *jan(int day) {
 // Documents by path, changeable between runs.
 struct site_t {
     std::mutex mutex;
+    std::condition_variable gate;
+    bool held = false; // while set, answers wait
     std::map<std::string, std::string> pages;
+    void hold(bool on) {
+        {
+            std::lock_guard<std::mutex> lock(mutex);
+            held = on;
+        }
+        gate.notify_all();
+    }
     void set(const std::string &path, const std::string &body) {
         std::lock_guard<std::mutex> lock(mutex);
         pages[path] = body;
     }
     test_server_t::handler_t handler() {
         return [this](const std::string &path) {
-            std::lock_guard<std::mutex> lock(mutex);
+            std::unique_lock<std::mutex> lock(mutex);
+            gate.wait(lock, [this] { return !held; });
             test_response_t r;
             auto it = pages.find(path);
             if (it == pages.end()) {
@@ -70,9 +81,12 @@ TEST_F(feed_query_fixture, first_update_makes_feeds_and_the_next_run_keeps_uncha
     // The next run: a2 is published again with a later date, a3 is new.
     site.set("/a.xml", test_rss("A", {{"a1", "one", jan(1)}, {"a2", "two again", jan(5)}, {"a3", "three", jan(4)}}));
     engine.new_run();
+    site.hold(true);
     feed_query_update_all(&engine.context, &engine.r.reader);
     EXPECT_EQ(engine.r.reader.generation, 2u);
     EXPECT_TRUE(feed_query_is_active(engine.slots.data(), engine.slots.size(), a->id));
+    EXPECT_EQ(feed_query_busy_count(engine.slots.data(), engine.slots.size()), 2u);
+    site.hold(false);
     engine.run();
     EXPECT_FALSE(feed_query_is_active(engine.slots.data(), engine.slots.size(), a->id));
     EXPECT_EQ(engine.feeds().size(), 2u);
