@@ -3,14 +3,171 @@
 // ends.
 #include "app/app.h"
 #include "app/args.h"
+#include "app/view_state.h"
 #include "base/files.h"
 #include "base/log.h"
 #include "base/profiler.h"
 #include "base/text.h"
 #include "base/thread_queue.h"
+#include "gfx/fonts.h"
+#include "gfx/image.h"
+#include "gfx/renderer.h"
+#include "gfx/window.h"
+#include "os/os_core.h"
+#include "reader/reader.h"
 
 static app_context app;
 static code_point_list_t code_points;
+static reader_t reader;
+static window_t window;
+static view_state_t view_state;
+static font_set_t font_set;
+static gl_renderer_t renderer;
+static data_t ui_memory;
+static u64 frame_counter;
+
+// Everything that needs the OpenGL context: the fonts and their atlas, the
+// icon atlas, the renderer and its seven batches.
+static void app_graphics_init(data_t font_memory) {
+    // 13. The two faces. Verdana and Lucida Console where they are installed,
+    // else the system's sans and monospace faces (said on log channel 1).
+    // The files stay loaded for the life of the program.
+    data_t sans_file = font_file_load("Verdana", false);
+    data_t mono_file = font_file_load("Lucida Console", true);
+
+    // 14. Verdana at 14, 16 and 20 pixels, Lucida Console at 12, then the atlas.
+    font_set_create_application(&font_set, font_memory, &sans_file, &mono_file, &code_points);
+
+    // 15. Batches sized from the screen: a screen full of 14-pixel rows of
+    // glyphs 2 pixels wide.
+    u32 cell_rows, cell_columns;
+    app_text_cells(window.screen_width, window.screen_height, &cell_rows, &cell_columns);
+
+    // 16. The UI's block (the toolkit's state lives there once it exists),
+    // the icon atlas, the renderer and its batches.
+    ui_memory = data_virtual_alloc(app_ui_memory_size, 0);
+    assert_message(ui_memory.bytes, "No memory for the UI.");
+    ui_icon_source_t icons[ui_icon_count];
+    ui_icon_sources(icons);
+    ui_atlas_t icon_atlas = ui_atlas_create(icons, ui_icon_count, 1);
+
+    renderer = gl_renderer_create(window.width, window.height, gl_renderer_blend);
+    u32 icon_texture = gl_texture_create(icon_atlas.pixels, icon_atlas.width, icon_atlas.height, 1, gl_texture_linear);
+    u32 characters = cell_rows * cell_columns;
+    u32 commands = cell_rows * 5;
+    // The ordinary layer (0 to 2), the layer of what pops up over it (3 to
+    // 5), and images last.
+    u32 index = gl_batch_create_rectangles(&renderer);
+    assert_true(index == app_batch_rectangles);
+    index = gl_batch_create_text(&renderer, characters, commands, 0, 0, nullptr, &font_set, 0);
+    assert_true(index == app_batch_text);
+    index = gl_batch_create_strips(&renderer, icon_texture);
+    assert_true(index == app_batch_icons);
+    index = gl_batch_create_rectangles(&renderer);
+    assert_true(index == app_batch_popup_rectangles);
+    index = gl_batch_create_text(&renderer, characters, commands, 0, 0, nullptr, &font_set, 0);
+    assert_true(index == app_batch_popup_text);
+    index = gl_batch_create_strips(&renderer, icon_texture);
+    assert_true(index == app_batch_popup_icons);
+    index = gl_batch_create_images(&renderer);
+    assert_true(index == app_batch_images);
+}
+
+// After the code point list grew: glyphs and atlas are made again over the
+// whole list, and the text batches drop their textures so that the next
+// flush uploads the new atlas.
+static void app_atlas_rebuild() {
+    font_set_rebuild(&font_set, &code_points);
+    gl_texture_delete(&gl_batch_get(&renderer, app_batch_text, true)->texture);
+    gl_texture_delete(&gl_batch_get(&renderer, app_batch_popup_text, true)->texture);
+}
+
+static void app_frame_loop() {
+    // Linux has no way to ask whether a compositor runs; the swap interval of
+    // 1 sets the pace in any case, so the loop never sleeps on its own.
+    u32 composition_enabled = 1;
+    // A refresh rate of 0 (Xvfb reports none) would divide by zero: 60 Hz
+    // stands in for it.
+    u64 period_ms = app_period_ms(window.refresh_rate);
+    f64 frequency = (f64)os_counter_frequency();
+    u64 frame_start = 0, after_messages = 0, work_start = 0, work_end = 0;
+
+    while (window.running) {
+        // 1.
+        mark_collapse_start(label_frame);
+        frame_start = os_counter();
+        log_string(log_main, "\nFrame start: ");
+        log_number(log_main, frame_counter);
+        log_string(log_main, "\n");
+
+        // 2. Sleep in the pump unless a view asked for another frame.
+        if (view_state.redraw_requested) {
+            view_state.redraw_requested = 0;
+            window_handle_messages(&window, 0);
+        } else {
+            window_handle_messages(&window, 1);
+        }
+        after_messages = os_counter();
+
+        // 3. Pacing, for a system that doesn't pace the swap itself.
+        if (!composition_enabled) {
+            u64 sleep_ms = app_pacing_sleep_ms(work_end - work_start, after_messages - frame_start, frequency,
+                                               period_ms);
+            mark_start(label_sleep);
+            os_sleep_ms((u32)sleep_ms);
+            mark_end(label_sleep);
+        }
+
+        // 4.
+        work_start = os_counter();
+        mark_start(label_not_messages);
+
+        // 5. A close request ends the loop after this frame.
+        if (window.closing) window.running = 0;
+
+        // 6.
+        gl_renderer_frame_start(&renderer);
+        if (window.resized && window.focus_seen)
+            gl_renderer_viewport(&renderer, 0, 0, (f32)window.width, (f32)window.height);
+        gl_clear(&renderer, vec4{0, 0, 0, 1});
+
+        // 7. image queries: image_queries_check lands here with the image cache.
+
+        // 8.
+        u32 code_point_count_before = code_points.count;
+
+        // 9. FETCH: the scan of the feed query slots (feed_queries_check), which
+        // parses what the workers finished, lands here.
+        mark_start(label_queries_check);
+        mark_end(label_queries_check);
+
+        // 10. links: with a close request pending, the queued links of the 10
+        // link configurations are opened here.
+
+        // 11. The window content; a minimised window draws nothing.
+        mark_start(label_window_content);
+        if (window.width != 0 || window.height != 0) {
+            // views: draw_window_content(&app, &reader, rectangle) lands here.
+        }
+        mark_end(label_window_content);
+
+        // 12. New letters came in: the atlas is built again in this frame.
+        if (code_points.count > code_point_count_before) app_atlas_rebuild();
+
+        // 13.
+        mark_start(label_render);
+        gl_renderer_flush(&renderer);
+        window_swap_buffers(&window);
+        mark_end(label_render);
+        mark_end(label_not_messages);
+
+        // 14.
+        ++frame_counter;
+        app.frame_memory.used = 0;
+        work_end = os_counter();
+        mark_collapse_end(label_frame);
+    }
+}
 
 int main(int argc, char **argv) {
     // 1. The command line. On Linux the arguments come split already.
@@ -28,9 +185,12 @@ int main(int argc, char **argv) {
     profiler_init(profiler_thread_main, 10000000, &profiler_error);
     if (!profiling) profiler_disable(0);
 
-    // net: open the Internet session with the user agent "tidewrack".
+    // 5. FETCH: http_init("tidewrack", &http_error) opens the Internet session
+    // here; a failure stays in http_error and later fetches report it.
 
-    // reader: zero the reader and run reader_init.
+    // 6. The reader.
+    memory_zero(&reader, sizeof(reader));
+    reader_init(&reader);
 
     // 7. The window's title.
     u8 title_buffer[64];
@@ -39,54 +199,94 @@ int main(int argc, char **argv) {
     data_push_number(&title, 0, 0, ' ', 0);
     data_push_c_string(&title, ".");
     data_push_number(&title, 2, 0, ' ', 0);
-    data_push_u8(&title, 0);
 
-    // window: create the window (1280 by 720) and set the swap interval to 1.
+    // 8. The window, centred. Without a display or without OpenGL 3.3 it says
+    // why on stderr and stays not running: the loop is skipped and the
+    // shut-down still saves the reader.
+    window_write_gfx_log = args_find_z("-gfx_log", 1) != 0;
+    window_create(&window, &title, app_window_width, app_window_height, window_centred, window_centred, 0);
+    if (window.running) window_swap_interval(1);
 
-    // 9. The general block, and in it the list of code points.
+    // 9. The general block, and in it the list of code points that the
+    // reader, the atlas and the reader file share.
     data_t general = data_virtual_alloc(app_general_block_size, 0);
     assert_message(general.bytes, "No memory for the general block.");
-    u32 *code_point_array =
-        (u32 *)data_push(&general, (u64)code_point_list_capacity * sizeof(u32), 4);
+    u32 *code_point_array = (u32 *)data_push(&general, (u64)code_point_list_capacity * sizeof(u32), 4);
     assert_true(code_point_array);
     code_point_list_init(&code_points, code_point_array, code_point_list_capacity);
-    // reader: point the reader's code point list at `code_points`.
+    reader.code_points = &code_points;
+    reader.replacement_glyph_index = &replacement_glyph_index;
 
     // 10. The font memory.
-    data_t font_memory = data_block_reserve(&general, app_font_memory_size, 0);
-    (void)font_memory;
+    data_t font_memory = data_block_reserve(&general, app_font_memory_size, 8);
+    assert_true(font_memory.bytes);
 
     // 11. The context, its frame memory and the folders.
     app.frame_memory = data_virtual_alloc(app_frame_memory_size, 0);
     assert_message(app.frame_memory.bytes, "No memory for the frame.");
     app_paths_init(&app);
 
-    // 12. reader: load the newest reader file; start_generation is its generation.
+    // 12. The newest snapshot. One that can't be read stops the program
+    // before any file is touched, so that the user can move it away and
+    // start from the one before.
+    u32 load_error = 0;
+    data_t unreadable_path = {};
+    reader_load(&reader, &app.user_folder, &app.frame_memory, &unreadable_path, &load_error);
+    if (load_error) {
+        reader_report_unreadable(&unreadable_path, load_error);
+        return 1;
+    }
+    app.start_generation = reader.generation;
+    view_state.generation_minimum = reader.generation;
+    view_state.generation_maximum = reader.generation;
 
-    // 13.-17. window: fonts, atlas, renderer, UI state and view state.
+    // 13.-16. Fonts, atlas, renderer: only with a window to draw in.
+    if (window.running) app_graphics_init(font_memory);
+
+    // 17. The view state.
+    view_state.redraw_requested = 0;
 
     // 18. The workers.
     thread_queue_init(&thread_queue, 6);
 
-    // 19.-20. net: the feed query slots and the file storage.
+    // 19. FETCH: the 1024 feed query slots are zeroed here.
+    // 20. FETCH: the file storage is created here (100 MB reserved, 1 MB
+    // commit step, 128-byte unit), and the reader's text_release hook is
+    // pointed at it.
 
-    // window: the frame loop runs here until the window is closed.
+    // 21.
+    app.window = &window;
+    app.view_state = &view_state;
+    app.ui = nullptr;
+    app.renderer = window.running ? &renderer : nullptr;
+    app.feed_queries = nullptr;
+    app.feed_query_count = 0;
+
+    // 22.-23. and the loop.
+    app_frame_loop();
 
     // Shut-down order.
     thread_terminate(&thread_queue);
-    // reader: reader_purge_deleted.
+    reader_purge_deleted(&reader);
     profiler_finish();
     if (profiling) {
         u32 error = 0;
         data_t path = data_literal("profile.bin");
         profiler_write(&path, true, &error);
     }
-    // reader: reader_audit, then reader_save.
+    reader_audit(&reader);
+    if (!reader_save(&reader, &app.user_folder, &app.frame_memory)) {
+        // The reason is in the log; a Linux user looks on stderr.
+        const char text[] = "tidewrack: the reader could not be saved in ";
+        os_write_stderr(text, sizeof(text) - 1);
+        os_write_stderr((const char *)app.user_folder.bytes, app.user_folder.used);
+        os_write_stderr("\n", 1);
+    }
     if (args_find_z("-log", 1)) {
         u32 error = 0;
         data_t path = data_literal("log.txt");
         log_save(log_main, &path, &error);
     }
-    // net: close the Internet session.
+    // FETCH: http_close(&http_error) closes the Internet session here.
     return 0;
 }

@@ -244,7 +244,7 @@ font_metrics_t font_metrics(font_set_t *font_set, u32 index) {
     return font_metrics_t{index, font_line_height(font, false), font_descent(font)};
 }
 
-data_t font_file_load(data_t *memory, const char *family, bool monospace) {
+data_t font_file_load(const char *family, bool monospace) {
     char path[4096];
     bool exact = false;
     u64 length = os_font_find(family, monospace, path, sizeof(path), &exact);
@@ -263,7 +263,8 @@ data_t font_file_load(data_t *memory, const char *family, bool monospace) {
     }
     u32 error = 0;
     data_t file_path = data_t{length + 1, length, (u8 *)path};
-    data_t file = file_read_all(memory, &file_path, false, &error);
+    data_t file = {};
+    file_read_all(&file, &file_path, false, &error);
     if (error) {
         log_string(log_graphics, "The font file could not be read: ");
         log_string(log_graphics, path);

@@ -67,10 +67,10 @@ f32 font_descent(const font_t *font);
 font_metrics_t font_metrics(font_set_t *font_set, u32 index);
 
 // ---- finding and loading the application's fonts ----------------------------------------
-// Finds a family through the window layer and reads the file whole into
-// `memory`. A family that isn't installed falls back to the sans or monospace
+// Finds a family through the window layer and reads the file whole into a
+// block of its own, kept for the life of the program. A family that isn't installed falls back to the sans or monospace
 // default, said on log channel 1. Returns an empty data_t when no font exists.
-data_t font_file_load(data_t *memory, const char *family, bool monospace);
+data_t font_file_load(const char *family, bool monospace);
 
 // The application's set: "Verdana" at 14, 16, 20 and "Lucida Console" at 12
 // (monospaced), from the given files, built over `code_points`.

@@ -288,7 +288,7 @@ u32 gl_batch_create_text(gl_renderer_t *renderer, u32 characters, u32 commands, 
         if (font_set->font_count == 0) {
             data_t memory = data_virtual_alloc(0x500000, 0);
             assert_message(memory.bytes, "No memory for the default font.");
-            data_t file = font_file_load(&memory, "Verdana", false);
+            data_t file = font_file_load("Verdana", false);
             code_point_list_t list = {};
             code_point_list_init(&list, gl_default_code_points, code_point_list_start_count);
             font_set->memory = data_block_reserve_rest(&memory, 16);
@@ -327,7 +327,7 @@ void gl_renderer_frame_start(gl_renderer_t *renderer) {
 }
 
 static gl_command_t *gl_renderer_command(gl_renderer_t *renderer, u32 kind) {
-    gl_command_t *command = (gl_command_t *)data_push(&renderer->commands, sizeof(gl_command_t), 64);
+    gl_command_t *command = (gl_command_t *)data_push(&renderer->commands, sizeof(gl_command_t), 8);
     assert_message(command, "The renderer's command list is full.");
     memory_zero(command, sizeof(*command));
     command->kind = kind;
@@ -336,7 +336,7 @@ static gl_command_t *gl_renderer_command(gl_renderer_t *renderer, u32 kind) {
 }
 
 static gl_command_t *gl_batch_command(gl_batch_t *batch, u32 kind) {
-    gl_command_t *command = (gl_command_t *)data_push(&batch->commands, sizeof(gl_command_t), 64);
+    gl_command_t *command = (gl_command_t *)data_push(&batch->commands, sizeof(gl_command_t), 8);
     assert_message(command, "A batch's command block is full.");
     memory_zero(command, sizeof(*command));
     command->kind = kind;
@@ -632,8 +632,8 @@ static void gl_batch_flush(gl_renderer_t *renderer, gl_batch_t *batch) {
             gl_command_t *command = &commands[c];
             if (command->kind != gl_command_text || command->text.glyphs == 0) continue;
             u64 glyphs = command->text.glyphs;
-            f32 *vertices = (f32 *)data_push(scratch, glyphs * 4 * 5 * 4, 16);
-            u32 *indices = (u32 *)data_push(scratch, glyphs * 5 * 4, 16);
+            f32 *vertices = (f32 *)data_push(scratch, glyphs * 4 * 5 * 4, 8);
+            u32 *indices = (u32 *)data_push(scratch, glyphs * 5 * 4, 8);
             assert_message(vertices && indices, "A text command is larger than the renderer's scratch.");
             u32 written = gl_text_vertices(batch, command, vertices, indices);
             u64 vertex_bytes = (u64)written * 4 * 5 * 4, index_bytes_used = (u64)written * 5 * 4;

@@ -35,7 +35,8 @@ enum : u32 {
 
 struct gl_batch_t;
 
-// One 64-byte record; the first word is its kind.
+// One 64-byte record; the first word is its kind. The command blocks start
+// 64-aligned, so every record stays on its own cache line.
 struct gl_command_t {
     u32 kind;
     union {

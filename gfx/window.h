@@ -55,8 +55,9 @@ enum key_id : u8 {
     key_delete,        // 2E
     key_help,          // 2F
     key_0, key_1, key_2, key_3, key_4, key_5, key_6, key_7, key_8, key_9, // 30 to 39
+    // The letter T is key_letter_t: POSIX already names a type key_t.
     key_a, key_b, key_c, key_d, key_e, key_f, key_g, key_h, key_i, key_j, key_k, key_l, key_m,
-    key_n, key_o, key_p, key_q, key_r, key_s, key_t, key_u, key_v, key_w, key_x, key_y, key_z, // 41 to 5A
+    key_n, key_o, key_p, key_q, key_r, key_s, key_letter_t, key_u, key_v, key_w, key_x, key_y, key_z, // 41 to 5A
     key_left_system,  // 5B
     key_right_system, // 5C
     key_applications, // 5D
