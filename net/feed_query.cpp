@@ -9,6 +9,7 @@
 #include "base/thread_queue.h"
 #include "feed/feed.h"
 #include "net/http.h"
+#include "os/os_core.h"
 
 // ---- the slot's state word ------------------------------------------------------------
 
@@ -172,8 +173,10 @@ void feed_query_work(void *argument) {
     u32 error = 0;
     http_file_t file = http_file_open(&slot->url, &error);
     u64 size = file.content.reserved ? file.content.reserved : feed_query_default_size;
+    // The block is mapped directly: the memory layer's running total belongs
+    // to the main thread, which frees the block with data_virtual_free.
     data_t block = {};
-    if (!error) block = data_virtual_alloc(size, 0);
+    if (!error) block = data_t{size, 0, (u8 *)os_memory_alloc(size)};
     file.content = data_t{size, 0, block.bytes};
     http_file_get(&file, &error);
     http_file_abandon(&file);

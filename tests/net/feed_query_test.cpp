@@ -280,4 +280,76 @@ TEST_F(feed_query_fixture, bodies_over_five_megabytes_without_a_length_fail) {
     EXPECT_NE(user_log().find("Returned (8) http_error_not_enough_storage"), std::string::npos);
 }
 
+TEST_F(feed_query_fixture, a_misbehaving_server_costs_nothing_stored) {
+    // A stored feed, then its server goes bad in one way after another.
+    std::string mode;
+    std::mutex mode_mutex;
+    std::string good = test_rss("A", {{"a1", "one", jan(1)}, {"a2", "two", jan(2)}});
+    test_server_t server([&](const std::string &path) {
+        std::lock_guard<std::mutex> lock(mode_mutex);
+        test_response_t r;
+        r.body = good;
+        if (mode == "short-body") r.claimed_length = (long long)good.size() * 3;     // ends short
+        else if (mode == "huge-length") r.claimed_length = 1LL << 50, r.body = "<rss>"; // no such block
+        else if (mode == "stall") r.stall = true, r.stall_after = good.size() / 2;
+        else if (mode == "loop") r.status = 302, r.headers = "Location: " + path + "\r\n", r.body = "";
+        else if (mode == "garbage") {
+            r.body.clear();
+            for (int i = 0; i < 70000; i++) r.body += (char)((i * 7919) >> 3);
+        } else if (mode == "html") r.body = "<html><head><title>Moved</title></head><body><channel></body>";
+        else if (mode == "truncated") r.body = good.substr(0, good.size() / 2);
+        return r;
+    });
+    http_set_time_limits(0, 1);
+    test_engine_t engine;
+    engine.add(server.url("/a.xml"));
+    engine.run();
+    ASSERT_EQ(engine.feeds().size(), 1u);
+    feed_t *a = engine.feeds()[0];
+    std::string title = text_of(a->rss.title);
+
+    struct {
+        const char *mode;
+        const char *message; // in the user log, "" for none
+    } cases[] = {
+        {"short-body", "Returned (6) http_error_internet_read_file"},
+        {"huge-length", "Returned (9) http_error_file_storage_not_initialized"},
+        {"stall", "Returned (6) http_error_internet_read_file"},
+        {"loop", "Returned (5) http_error_internet_open_url"},
+        {"garbage", ""},
+        {"html", ""},
+        {"truncated", ""},
+    };
+    for (const auto &c : cases) {
+        {
+            std::lock_guard<std::mutex> lock(mode_mutex);
+            mode = c.mode;
+        }
+        clear_user_log();
+        feed_query_update_all(&engine.context, &engine.r.reader);
+        engine.run();
+        ASSERT_EQ(engine.feeds().size(), 1u) << c.mode;
+        EXPECT_EQ(a->entry_count, 2u) << c.mode;
+        // A document cut short is still parsed: its unclosed elements hand
+        // their children to their parents, so only the entries are certain.
+        if (std::string(c.mode) != "truncated") EXPECT_EQ(text_of(a->rss.title), title) << c.mode;
+        if (*c.message) EXPECT_NE(user_log().find(c.message), std::string::npos) << c.mode << ": " << user_log();
+        else EXPECT_EQ(user_log(), "") << c.mode;
+    }
+    http_set_time_limits(0, 60);
+}
+
+TEST_F(feed_query_fixture, no_address_breaks_the_engine) {
+    test_engine_t engine;
+    const std::string addresses[] = {
+        "http://", "http://127.0.0.1:1", "ftp://127.0.0.1/", "not an address at all", "\x01\x02\x03",
+        "http://" + std::string(10000, 'x'), "http://[::1]:0/", "http://127.0.0.1:65536/", "\xc3\x28\xff",
+        "  http://127.0.0.1:1/trailing  ", std::string("http://127.0.0.1:1/\0zero", 25),
+    };
+    for (const auto &address : addresses) engine.add(address);
+    engine.run();
+    EXPECT_EQ(engine.feeds().size(), 0u);
+    EXPECT_EQ(engine.context.failed_count, (u32)std::size(addresses));
+}
+
 } // namespace
