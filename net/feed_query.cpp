@@ -31,6 +31,7 @@ void feed_query_start(feed_query_t *slot, const data_t *url, u32 feed_id, feed_q
     slot->url = *url;
     slot->feed_id = feed_id;
     slot->error = 0;
+    slot->detail = 0;
     slot->content = data_t{};
     slot->wake = wake;
     slot->wake_context = wake_context;
@@ -187,6 +188,7 @@ void feed_query_work(void *argument) {
     void *wake_context = slot->wake_context;
     slot->content = block;
     slot->error = error;
+    slot->detail = file.detail;
     feed_query_set_state(slot, feed_query_finished);
     if (wake) wake(wake_context);
 }
@@ -202,6 +204,11 @@ static void feed_query_report_failure(feed_query_context_t *context, feed_query_
     log_string(log_main, ") ");
     log_string(log_main, name);
     log_string(log_main, "\n");
+    if (slot->detail) {
+        log_string(log_main, "    ");
+        log_string(log_main, http_detail_text(slot->detail));
+        log_string(log_main, "\n");
+    }
 
     log_channel_t *user = log_channel(log_user);
     if (user && user->data.used) log_string(log_user, "\n\n");

@@ -22,6 +22,8 @@ const char *http_error_name(u32 error) {
     return error < http_error_count ? http_error_names[error] : "http_error_unknown";
 }
 
+const char *http_detail_text(u32 detail) { return os_net_detail_text(detail); }
+
 void http_init(const char *user_agent, u32 *error) {
     if (*error || os_net_session_is_open()) return;
     if (!os_net_session_open(user_agent)) *error = http_error_internet_open;

@@ -29,6 +29,8 @@ enum : u32 {
 extern const char *const http_error_names[http_error_count];
 // The name of any value; values past the table give "http_error_unknown".
 const char *http_error_name(u32 error);
+// The HTTP library's text for a `detail` code of a failed request.
+const char *http_detail_text(u32 detail);
 
 constexpr u64 http_default_size = 0x500000; // the body block when no length is given
 constexpr u64 http_url_capacity = 4096;     // longest address, with its terminator

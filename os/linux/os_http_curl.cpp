@@ -181,6 +181,7 @@ os_net_request_t *os_net_open(const char *url, u32 *failure, u32 *detail) {
     curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "http,https");
     curl_easy_setopt(easy, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
     curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
+    curl_easy_setopt(easy, CURLOPT_PROXY, ""); // direct, whatever the environment says
     curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT, (long)os_net_session.connect_seconds.load());
     curl_easy_setopt(easy, CURLOPT_LOW_SPEED_LIMIT, 1L);
     curl_easy_setopt(easy, CURLOPT_LOW_SPEED_TIME, (long)os_net_session.stall_seconds.load());
