@@ -34,6 +34,16 @@ static u32 feed_reference(const u8 *first, const u8 *end) {
     } else if (size >= 1 && first[0] == '#') {
         value = text_to_i64(first + 1, size - 1);
     } else {
+        // The five names of XML itself make up most references in feeds;
+        // they answer as the table would, without its search.
+        static const struct {
+            const char *name;
+            u64 size;
+            u32 code_point;
+        } xml_names[] = {{"lt", 2, '<'}, {"gt", 2, '>'}, {"amp", 3, '&'}, {"quot", 4, '"'}, {"apos", 4, '\''}};
+        for (const auto &entry : xml_names) {
+            if (memory_equal(first, size, entry.name, entry.size)) return entry.code_point;
+        }
         u32 code_point = 0, second = 0;
         if (size == 0 || size > 31 || !html_entity_find(first, size, &code_point, &second)) return 0;
         value = code_point;
@@ -100,15 +110,24 @@ void feed_text_set(reader_t *reader, const data_t *raw, data_t *field, code_poin
         return true;
     };
 
+    // Where every byte below 0x80 is that ASCII character at the start of a
+    // sequence, those bytes need no decoder call.
+    bool ascii_bytes = encoding != encoding_iso_2022_jp && encoding != encoding_utf16be &&
+                       encoding != encoding_utf16le && encoding != encoding_replacement;
     while (p < end) {
         u32 code_point = code_point_none, second = code_point_none;
         u8 consumed = 0;
-        u32 error = 0;
-        encoding_decode(encoding, p, end, &code_point, &second, &consumed, (u8 *)&decoder_state, &error);
-        if (error == encoding_error_end_of_input) break;
-        if (error) code_point = code_point_none, second = code_point_none;
-        if (consumed == 0) consumed = 1;
-        if (consumed > end - p) consumed = (u8)(end - p);
+        if (ascii_bytes && *p < 0x80) {
+            code_point = *p;
+            consumed = 1;
+        } else {
+            u32 error = 0;
+            encoding_decode(encoding, p, end, &code_point, &second, &consumed, (u8 *)&decoder_state, &error);
+            if (error == encoding_error_end_of_input) break;
+            if (error) code_point = code_point_none, second = code_point_none;
+            if (consumed == 0) consumed = 1;
+            if (consumed > end - p) consumed = (u8)(end - p);
+        }
         const u8 *next = p + consumed;
 
         if (code_point == '&') {
