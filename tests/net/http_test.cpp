@@ -148,12 +148,4 @@ TEST_F(http_fixture, calls_with_an_error_already_set_do_nothing) {
     EXPECT_EQ(no_block, http_error_file_storage_not_initialized);
 }
 
-TEST_F(http_fixture, the_error_names_follow_their_values) {
-    EXPECT_STREQ(http_error_name(0), "http_error_none");
-    EXPECT_STREQ(http_error_name(5), "http_error_internet_open_url");
-    EXPECT_STREQ(http_error_name(8), "http_error_not_enough_storage");
-    EXPECT_STREQ(http_error_name(10), "http_error_uri_is_not_zero_terminated");
-    EXPECT_STREQ(http_error_name(11), "http_error_unknown");
-}
-
 } // namespace

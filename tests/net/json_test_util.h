@@ -67,11 +67,6 @@ struct json_reader_t {
             case 'u': {
                 unsigned c1 = std::strtoul(t.substr(p, 4).c_str(), nullptr, 16);
                 p += 4;
-                if (c1 >= 0xD800 && c1 < 0xDC00 && t.compare(p, 2, "\\u") == 0) {
-                    unsigned c2 = std::strtoul(t.substr(p + 2, 4).c_str(), nullptr, 16);
-                    p += 6;
-                    c1 = 0x10000 + ((c1 - 0xD800) << 10) + (c2 - 0xDC00);
-                }
                 utf8(out, c1);
                 break;
             }

@@ -147,6 +147,37 @@ class test_server_t {
     std::string user_agent_;
 };
 
+// Documents by path, changeable between requests; other paths give a 404
+// page. While held, answers wait (to look at slots in flight).
+struct test_site_t {
+    std::mutex mutex;
+    std::condition_variable gate;
+    bool held = false;
+    std::map<std::string, std::string> pages;
+    void set(const std::string &path, const std::string &body) {
+        std::lock_guard<std::mutex> lock(mutex);
+        pages[path] = body;
+    }
+    void hold(bool on) {
+        {
+            std::lock_guard<std::mutex> lock(mutex);
+            held = on;
+        }
+        gate.notify_all();
+    }
+    test_server_t::handler_t handler() {
+        return [this](const std::string &path) {
+            std::unique_lock<std::mutex> lock(mutex);
+            gate.wait(lock, [this] { return !held; });
+            test_response_t r;
+            auto it = pages.find(path);
+            if (it == pages.end()) r.status = 404, r.body = "<html><body>Not found</body></html>";
+            else r.body = it->second;
+            return r;
+        };
+    }
+};
+
 // An RSS 2.0 document: items as (guid, title, pubDate) triples.
 struct test_item_t {
     std::string guid, title, date;

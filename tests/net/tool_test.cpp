@@ -7,7 +7,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <map>
 #include <mutex>
 #include <sstream>
 
@@ -70,24 +69,6 @@ std::vector<std::string> snapshots(const std::string &folder) {
     return names;
 }
 
-struct site_t {
-    std::mutex mutex;
-    std::map<std::string, std::string> pages;
-    void set(const std::string &path, const std::string &body) {
-        std::lock_guard<std::mutex> lock(mutex);
-        pages[path] = body;
-    }
-    test_server_t::handler_t handler() {
-        return [this](const std::string &path) {
-            std::lock_guard<std::mutex> lock(mutex);
-            test_response_t r;
-            auto it = pages.find(path);
-            if (it == pages.end()) r.status = 404, r.body = "<html>no</html>";
-            else r.body = it->second;
-            return r;
-        };
-    }
-};
 
 struct tool_fixture : ::testing::Test {
     std::string folder;
@@ -106,7 +87,7 @@ const json_value_t *entry_by_guid(const json_value_t &d, const std::string &guid
 }
 
 TEST_F(tool_fixture, update_then_update_all_across_two_runs) {
-    site_t site;
+    test_site_t site;
     site.set("/a.xml", test_rss("A", {{"a1", "one", "Mon, 01 Jan 2024 10:00:00 GMT"},
                                       {"a2", "two", "Tue, 02 Jan 2024 11:30:05 GMT"}}));
     site.set("/b.xml", test_rss("B", {{"b1", "one", "Mon, 01 Jan 2024 10:00:00 GMT"}}));
@@ -154,7 +135,7 @@ TEST_F(tool_fixture, update_then_update_all_across_two_runs) {
 }
 
 TEST_F(tool_fixture, a_failed_fetch_is_reported_and_gives_status_1) {
-    site_t site;
+    test_site_t site;
     test_server_t server(site.handler());
     std::string refused = "http://127.0.0.1:1/x.xml";
     run_t r = tool({"update", "-path", folder, refused, server.url("/none.xml")});
@@ -168,7 +149,7 @@ TEST_F(tool_fixture, a_failed_fetch_is_reported_and_gives_status_1) {
 }
 
 TEST_F(tool_fixture, export_writes_the_list_and_import_reads_it_back) {
-    site_t site;
+    test_site_t site;
     for (const char *p : {"/1.xml", "/2.xml"}) site.set(p, test_rss(p, {{p, "x", "Mon, 01 Jan 2024 10:00:00 GMT"}}));
     test_server_t server(site.handler());
     ASSERT_EQ(tool({"update", "-path", folder, server.url("/1.xml"), server.url("/2.xml")}).status, 0);
