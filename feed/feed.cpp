@@ -246,21 +246,20 @@ void feed_link_person(reader_t *reader, u32 encoding, const person_t *raw, u32 k
     bool joined = false;
     if (person) {
         // By owner id alone, whatever the kind: an author who is also a
-        // contributor of the same owner stays one joint. A count of 0 walks
-        // all of them, so that holds for the first contributor too.
+        // contributor of the same owner stays one joint. All of the owner's
+        // links are looked at: the count of one kind can't bound a walk that
+        // meets every kind, and stopping early would join a contributor
+        // again at each re-read of the feed.
         pool_t *links = &reader->links;
-        u32 counted = 0;
         seen = 0;
         for (u32 i = 0; i < links->max_entry_count && seen < links->entry_count; i++) {
             link_t *link = (link_t *)pool_entry(links, sizeof(link_t), i);
             if (!link_is_valid(link)) continue;
             seen++;
-            if (link->owner_id != owner_id) continue;
-            if (link->target_id == person->id) {
+            if (link->owner_id == owner_id && link->target_id == person->id) {
                 joined = true;
                 break;
             }
-            if (*owner_count && ++counted >= *owner_count) break;
         }
     } else {
         person = reader_new_person(reader);

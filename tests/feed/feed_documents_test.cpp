@@ -422,6 +422,9 @@ TEST(FeedDocuments, AtomSecondParseRereadsTheLinks) {
     EXPECT_EQ(f.atom_links(atom_link_owner_feed, feed->id).size(), 2u);
     EXPECT_EQ(f.reader.persons.entry_count, persons);
     EXPECT_EQ(f.persons(link_kind_atom_feed_author, feed->id), std::vector<std::string>{"Mara"});
+    EXPECT_EQ(f.persons(link_kind_atom_feed_contributor, feed->id), std::vector<std::string>{"Jon"});
+    EXPECT_EQ(feed->atom.contributor_count, 1u);
+    EXPECT_EQ(feed->atom.category_count, 1u);
     EXPECT_TRUE(reader_audit_check(&f.reader));
 
     // A newer `updated` brings the entry back with a new id.
