@@ -218,8 +218,20 @@ TEST_F(tool_fixture, decode_writes_utf8) {
     EXPECT_EQ(r.status, 0);
     EXPECT_EQ(r.out, "caf\xc3\xa9 \xe2\x82\xac"); // latin1 is windows-1252
     EXPECT_NE(tool({"decode", "no-such-encoding", file}).status, 0);
-    r = tool({"decode", "utf-8", file});
-    EXPECT_EQ(r.out, "caf\xef\xbf\xbd \xef\xbf\xbd");
+    struct {
+        std::string label, bytes, utf8;
+    } cases[] = {
+        {"utf-8", "caf\xe9 \x80", "caf\xef\xbf\xbd \xef\xbf\xbd"},
+        {"iso-2022-jp", "\x1b$B\x30\x21\x1b(B ok", "\xe4\xba\x9c ok"}, // a stateful decoder
+        {"utf-16le", std::string("a\0\xac\x20", 4), "a\xe2\x82\xac"},
+        {"replacement", "anything at all", "\xef\xbf\xbd"},
+    };
+    for (const auto &c : cases) {
+        std::ofstream(file, std::ios::binary) << c.bytes;
+        r = tool({"decode", c.label, file});
+        EXPECT_EQ(r.status, 0) << c.label << r.err;
+        EXPECT_EQ(r.out, c.utf8) << c.label;
+    }
 }
 
 TEST_F(tool_fixture, html_gives_tokens_tree_and_the_tokenizer_report_as_json) {

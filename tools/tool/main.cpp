@@ -863,13 +863,18 @@ static int tool_decode(int argc, char **argv) {
     }
     const u8 *p = input.bytes;
     const u8 *end = input.bytes + input.used;
-    u8 state = 0;
+    if (encoding == encoding_replacement) {
+        // The whole of any input is one U+FFFD, and empty input nothing.
+        if (input.used) out_code_point(code_point_replacement);
+        return 0;
+    }
+    u8 state[4] = {}; // the stateful decoders keep their state here (ISO-2022-JP uses three bytes)
     while (p && p < end) {
         u32 code_point = code_point_none;
         u32 second = code_point_none;
         u8 consumed = 0;
         u32 decode_error = 0;
-        encoding_decode(encoding, p, end, &code_point, &second, &consumed, &state, &decode_error);
+        encoding_decode(encoding, p, end, &code_point, &second, &consumed, state, &decode_error);
         if (consumed == 0) consumed = 1;
         out_code_point(code_point == code_point_none ? code_point_replacement : code_point);
         if (second != code_point_none) out_code_point(second);
