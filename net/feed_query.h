@@ -50,6 +50,19 @@ typedef void feed_query_show_log_t(void *context);
 // What the actions and the scan need from the program, filled by its owner
 // (the app from its context and view state; the tool from its own state).
 // Every pointer is owned by the caller and must outlive the slots' use.
+//
+// The program fills it once its slots, file storage and workers exist:
+//   slots, slot_count        the context's feed_queries and feed_query_count
+//   file_storage             the one file storage (100 MB, 1 MB steps, 128-byte units)
+//   queue                    &thread_queue
+//   start_generation         the reader's generation right after loading
+//   generation_minimum, _maximum   the view state's shown range
+//   selected_feed, selected_entry  the view state's selection
+//   frame_memory             the context's frame memory
+//   wake                     a function that calls window_wake() (any thread)
+//   show_log                 a function that opens the log panel (view_show_log)
+// and calls feed_queries_check(&context, &reader) in each frame, after the
+// image queries and before the window content is drawn.
 struct feed_query_context_t {
     feed_query_t *slots;        // feed_query_slot_count records, zeroed at start
     u64 slot_count;
