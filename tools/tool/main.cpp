@@ -2,8 +2,8 @@
 // parsing feeds into the reader files, the feed list file, and dumps of the
 // reader, of HTML documents and of decoded text for looking at them.
 //
-//   update [-path DIR] [URL...]       fetch the given addresses, or every feed
-//   import [-path DIR] FILE           fetch every address of a list file
+//   update [-path DIR] [-log] [URL...]  fetch the given addresses, or every feed
+//   import [-path DIR] [-log] FILE    fetch every address of a list file
 //   export [-path DIR] FILE           write the feed list file
 //   parse  [-path DIR] [--url URL] FILE   read a local document as if fetched
 //   dump   [-path DIR | FILE.bin]     the newest snapshot (or a file) as JSON
@@ -12,7 +12,8 @@
 //
 // The fetching commands run the same road as the program: the feed query
 // slots, the workers, the scan, then the shut-down order (workers stopped,
-// deleted records purged, audit, save).
+// deleted records purged, audit, save). With "-log" they write the main log
+// to log.txt in the current directory at the end, as the program does.
 #include "base/files.h"
 #include "base/log.h"
 #include "base/text.h"
@@ -216,6 +217,7 @@ struct tool_t {
     os_event_t *finished_event;
     u64 user_log_printed;
     bool queue_started;
+    bool write_log; // -log
 };
 
 static tool_t tool;
@@ -323,6 +325,11 @@ static bool tool_finish() {
     }
     u32 error = 0;
     if (http_is_open()) http_close(&error);
+    if (tool.write_log) {
+        data_t path = data_literal("log.txt");
+        u32 log_error = 0;
+        log_save(log_main, &path, &log_error);
+    }
     return saved;
 }
 
@@ -332,6 +339,7 @@ struct tool_args_t {
     data_t path;         // -path DIR
     data_t url;          // --url URL
     bool strict;         // --strict
+    bool log;            // -log: the main log to log.txt at the end
     const char *items[128]; // the rest, in order
     u32 item_count;
     bool bad;
@@ -348,6 +356,8 @@ static tool_args_t tool_parse_args(int argc, char **argv, bool allow_path, bool 
         } else if (allow_url && text_is(&value, "--url")) {
             if (i + 1 >= argc) args.bad = true;
             else args.url = data_from_pointer(argv[i + 1], string_length(argv[i + 1])), i++;
+        } else if (allow_path && text_is(&value, "-log")) {
+            args.log = true;
         } else if (allow_strict && text_is(&value, "--strict")) {
             args.strict = true;
         } else if (a[0] == '-' && a[1] != 0) {
@@ -363,10 +373,10 @@ static tool_args_t tool_parse_args(int argc, char **argv, bool allow_path, bool 
 
 static int tool_usage() {
     print_error("usage:\n"
-                "  tidewrack-tool update [-path DIR] [URL...]\n"
-                "  tidewrack-tool import [-path DIR] FILE\n"
+                "  tidewrack-tool update [-path DIR] [-log] [URL...]\n"
+                "  tidewrack-tool import [-path DIR] [-log] FILE\n"
                 "  tidewrack-tool export [-path DIR] FILE\n"
-                "  tidewrack-tool parse [-path DIR] [--url URL] FILE\n"
+                "  tidewrack-tool parse [-path DIR] [-log] [--url URL] FILE\n"
                 "  tidewrack-tool dump [-path DIR | FILE.bin]\n"
                 "  tidewrack-tool html [--strict] FILE\n"
                 "  tidewrack-tool decode LABEL FILE\n");
@@ -380,6 +390,7 @@ static data_t tool_item(const tool_args_t *args, u32 index) {
 // ---- update, import, parse ------------------------------------------------------------------------
 
 static int tool_update(const tool_args_t *args) {
+    tool.write_log = args->log;
     if (!tool_load(&args->path, nullptr)) return 2;
     tool_start_fetching();
     if (args->item_count) {
@@ -396,6 +407,7 @@ static int tool_update(const tool_args_t *args) {
 }
 
 static int tool_import(const tool_args_t *args) {
+    tool.write_log = args->log;
     if (args->item_count != 1) return tool_usage();
     data_t list = tool_item(args, 0);
     u32 error = 0;
@@ -414,6 +426,7 @@ static int tool_import(const tool_args_t *args) {
 }
 
 static int tool_parse(const tool_args_t *args) {
+    tool.write_log = args->log;
     if (args->item_count != 1) return tool_usage();
     data_t file_path = tool_item(args, 0);
     data_t document = {};
