@@ -316,9 +316,23 @@ static void feed_log_format_change(const data_t *url, u32 stored_type) {
                          "remove the feed and add the address again as a new feed.\n");
 }
 
+// Room kept free of tags: the four tree blocks (with their alignment) and at
+// least this much conversion space. A document of more tags than fit in what
+// is left is read up to there.
+constexpr u64 feed_tree_room = 4 * (xml_tree_block_size + 64);
+constexpr u64 feed_scratch_room = 0x100000;
+
 feed_t *feed_parse(data_t *parse_memory, reader_t *reader, const data_t *document, const data_t *url, feed_t *feed) {
     data_t memory = data_block_view_rest(parse_memory);
-    xml_scan_t scan = xml_scan_tags(&memory, document);
+    if (memory.reserved < feed_tree_room + feed_scratch_room) {
+        log_string(log_main, "Parsing: not enough frame memory left to read ");
+        log_data(log_main, url);
+        log_string(log_main, ".\n");
+        return feed;
+    }
+    data_t tag_memory = data_t{memory.reserved - feed_tree_room - feed_scratch_room, 0, memory.bytes};
+    xml_scan_t scan = xml_scan_tags(&tag_memory, document);
+    memory.used = tag_memory.used;
     if (scan.count == 0) return feed;
     xml_tree_t tree = xml_build_tree(&memory, &scan);
     if (tree.node_count == 0) return feed;

@@ -101,7 +101,10 @@ xml_scan_t xml_scan_tags(data_t *memory, const data_t *text) {
 
         if (open < c) {
             xml_tag_t *tag = (xml_tag_t *)data_push(memory, sizeof(xml_tag_t), 8);
-            assert_message(tag, "No memory for the tags of the feed.");
+            if (!tag) {
+                log_string(log_main, "The feed has more tags than there is room for; the rest is not read.\n");
+                break;
+            }
             memory_zero(tag, sizeof(xml_tag_t));
             tag->start = open + 1;
             tag->end = c;

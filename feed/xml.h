@@ -160,8 +160,8 @@ struct xml_tree_t {
 
 // ---- passes -----------------------------------------------------------------------------------
 // Finds every tag of `text`; the tags are pushed to `memory`. Malformed tags
-// cost a line on log channel 0, never the scan. Running out of memory stops
-// the process (a document of some 90000 tags in 10 MB).
+// cost a line on log channel 0, never the scan. When `memory` is full the
+// scan ends there, with a line in the log: the tags found so far stand.
 xml_scan_t xml_scan_tags(data_t *memory, const data_t *text);
 
 // Builds the tree of a scan in four blocks of 1 MB taken from `memory`;

@@ -243,3 +243,15 @@ TEST(FeedDocuments, AChangedFormatLeavesTheStoredFeedAlone) {
     EXPECT_EQ(f.parse(rss2, atom_feed), atom_feed);
     EXPECT_EQ(feed_get_type(atom_feed), reader_type_atom);
 }
+
+TEST(FeedDocuments, MoreTagsThanTheFrameHoldsAreReadUpToThere) {
+    fixture_t f;
+    f.frame.reserved = 0x600000; // 4 MB for the tree, 1 MB for text, under 1 MB for tags
+    std::string document = "<rss><channel><item><title>first</title></item>";
+    for (int i = 0; i < 20000; i++) document += "<item><title>more</title></item>";
+    feed_t *feed = f.parse(document + "</channel></rss>");
+    ASSERT_TRUE(feed);
+    EXPECT_TRUE(f.entry_titled(feed, "first"));
+    EXPECT_GT(feed->entry_count, 1000u);
+    EXPECT_TRUE(reader_audit_check(&f.reader));
+}

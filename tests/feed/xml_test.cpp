@@ -144,12 +144,19 @@ TEST(FeedScanner, MatchingEndsAgreeWithTheWalk) {
     }
 }
 
-// Past the tree's blocks the build stops with what it has, and says so.
+// Past its memory the scan, past its blocks the build, stops with what it
+// has, and says so.
 TEST(FeedScanner, FullTreeBlocksStopTheBuild) {
     std::string many_nodes = "<list>", nested, attributes = "<a ";
     for (int i = 0; i < 17000; i++) many_nodes += "<i/>";
     for (int i = 0; i < 700; i++) nested += "<a>"; // each one's children are all that follow
     for (int i = 0; i < 33000; i++) attributes += "x=\"\" ";
+    {
+        u64 mark = log_mark(log_main);
+        scanner_t s(many_nodes, 72 * 100);
+        EXPECT_EQ(s.scan.count, 100u);
+        EXPECT_NE(log_since(log_main, mark).find("The feed has more tags than there is room for"), std::string::npos);
+    }
     for (const std::string &input : {many_nodes, nested, attributes + "/>"}) {
         u64 mark = log_mark(log_main);
         scanner_t s(input);
