@@ -76,6 +76,8 @@ void feed_restore(reader_t *reader, feed_t *feed, bool with_entries) {
 // ---- removal --------------------------------------------------------------------------------
 
 static void reader_free_link(reader_t *reader, link_t *link, u32 index) {
+    reader->categories_unlinked = 1;
+    reader->persons_unlinked = 1;
     link->kind = 0;
     pool_release_index(&reader->links, index);
 }

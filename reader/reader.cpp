@@ -47,6 +47,10 @@ void reader_init(reader_t *reader) {
     assert_message(first, "No memory for the reader's text.");
     reader->text = data_t{reader->text_block.used, 0, reader->text_block.bytes};
 
+    // A reader read from a file has not been looked at yet: the first
+    // collection walks it whole.
+    reader->categories_unlinked = 1;
+    reader->persons_unlinked = 1;
     reader->last_feed_id = 0;
     reader->last_entry_id = 0;
     reader->last_category_id = 0;
@@ -130,13 +134,17 @@ static void reader_collect(reader_t *reader, pool_t *pool, u64 record_size, u32 
 }
 
 void reader_collect_categories(reader_t *reader) {
+    if (!reader->categories_unlinked) return;
     reader_collect(reader, &reader->categories, sizeof(category_t), link_kind_rss_feed_category,
                    link_kind_atom_entry_category);
+    reader->categories_unlinked = 0;
 }
 
 void reader_collect_persons(reader_t *reader) {
+    if (!reader->persons_unlinked) return;
     reader_collect(reader, &reader->persons, sizeof(person_t), link_kind_atom_feed_author,
                    link_kind_atom_entry_contributor);
+    reader->persons_unlinked = 0;
 }
 
 // ---- predicates -----------------------------------------------------------------------------
@@ -208,6 +216,7 @@ category_t *reader_new_category(reader_t *reader) {
     memory_zero(category, sizeof(category_t));
     reader->last_category_id++;
     category->id = reader->last_category_id;
+    reader->categories_unlinked = 1;
     return category;
 }
 
@@ -217,6 +226,7 @@ person_t *reader_new_person(reader_t *reader) {
     memory_zero(person, sizeof(person_t));
     reader->last_person_id++;
     person->id = reader->last_person_id;
+    reader->persons_unlinked = 1;
     return person;
 }
 

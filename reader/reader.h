@@ -359,6 +359,12 @@ struct reader_t {
     link_configuration_t link_configurations[reader_link_configuration_count];
     pool_t metas;
 
+    // Set when a category (or person) may have lost its last link or was
+    // made without one; a collection that finds nothing to do is skipped
+    // while they are clear, which keeps the rollback of a refused item cheap.
+    u32 categories_unlinked;
+    u32 persons_unlinked;
+
     // Hooks into the higher layers; each may stay null.
     u32 *replacement_glyph_index; // set to the position of U+FFFD in the list
     reader_text_release_t *text_release;
