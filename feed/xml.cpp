@@ -47,7 +47,8 @@ static bool xml_is_xml_letters(const u8 *p) {
 
 xml_scan_t xml_scan_tags(data_t *memory, const data_t *text) {
     xml_scan_t scan = {};
-    scan.tags = (xml_tag_t *)(memory->bytes + memory->used + data_alignment_padding((u64)(memory->bytes + memory->used), 8));
+    u8 *free_start = memory->bytes + memory->used;
+    scan.tags = (xml_tag_t *)(free_start + data_alignment_padding((u64)free_start, 8));
     if (!text->bytes || text->used == 0) return scan;
     const u8 *first = text->bytes;
     const u8 *end = first + text->used;

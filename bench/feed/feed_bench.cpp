@@ -13,7 +13,8 @@
 static std::string make_feed(size_t items, size_t target_size) {
     static const char *words[] = {"the",   "river", "brought", "wreckage", "after",   "storm",  "tide",    "reader",
                                   "feeds", "quiet", "harbour", "north",    "lantern", "gull",   "ledger",  "salt",
-                                  "rope",  "keeper", "drift",  "shore",    "window",  "archive", "caf\xC3\xA9", "na\xC3\xAFve"};
+                                  "rope",  "keeper", "drift",  "shore",    "window",  "archive",
+                                  "caf\xC3\xA9", "na\xC3\xAFve"};
     unsigned seed = 11;
     auto next = [&seed](unsigned n) {
         seed = seed * 1103515245u + 12345u;
@@ -126,7 +127,8 @@ static void BM_libxml2_read_memory(benchmark::State &state) {
     const std::string &text = document();
     xmlInitParser();
     for (auto _ : state) {
-        xmlDocPtr doc = xmlReadMemory(text.data(), (int)text.size(), "feed.xml", nullptr, XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING);
+        int options = XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING;
+        xmlDocPtr doc = xmlReadMemory(text.data(), (int)text.size(), "feed.xml", nullptr, options);
         if (!doc) state.SkipWithError("libxml2 refused the document");
         benchmark::DoNotOptimize(doc);
         xmlFreeDoc(doc);

@@ -76,8 +76,10 @@ struct fixture_t {
         for (u32 i = 0; i < reader.links.max_entry_count; i++) {
             link_t *l = (link_t *)pool_entry(&reader.links, sizeof(link_t), i);
             if (!link_is_valid(l) || l->kind != kind || l->owner_id != owner_id) continue;
-            if (kind <= link_kind_atom_entry_category) out.push_back(text(reader_get_category_by_id(&reader, l->target_id)->term));
-            else out.push_back(text(reader_get_person_by_id(&reader, l->target_id)->name));
+            if (kind <= link_kind_atom_entry_category)
+                out.push_back(text(reader_get_category_by_id(&reader, l->target_id)->term));
+            else
+                out.push_back(text(reader_get_person_by_id(&reader, l->target_id)->name));
         }
         return out;
     }
