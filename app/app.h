@@ -10,6 +10,8 @@ struct view_state_t;
 struct ui_t;
 struct gl_renderer_t;
 struct feed_query_t;
+struct feed_query_context_t;
+struct file_storage_t;
 
 struct app_context {
     data_t frame_memory; // 10 MB, emptied at the end of each frame
@@ -24,6 +26,9 @@ struct app_context {
     data_t user_folder; // where the reader files live
     u8 desktop_folder_buffer[4096];
     data_t desktop_folder; // default place of the feed list file
+    // What the fetching actions of the views need besides the slots.
+    feed_query_context_t *feed_query_context;
+    file_storage_t *file_storage;
 };
 
 constexpr u64 app_frame_memory_size = 0xA00000;

@@ -13,6 +13,9 @@
 #include "gfx/image.h"
 #include "gfx/renderer.h"
 #include "gfx/window.h"
+#include "net/feed_query.h"
+#include "net/file_storage.h"
+#include "net/http.h"
 #include "os/os_core.h"
 #include "reader/reader.h"
 
@@ -24,7 +27,19 @@ static view_state_t view_state;
 static font_set_t font_set;
 static gl_renderer_t renderer;
 static data_t ui_memory;
+static feed_query_t feed_queries[feed_query_slot_count];
+static file_storage_t file_storage;
+static feed_query_context_t feed_query_context;
 static u64 frame_counter;
+
+// A worker finished a fetch: the pump wakes and a frame scans the slots.
+static void app_wake(void *) { window_wake(); }
+
+// A save brings edited link configurations home into the reader's text; the
+// old copies go back to the file storage.
+static void app_text_release(void *context, u8 *bytes, u64 size) {
+    file_storage_free_unmerged((file_storage_t *)context, bytes, size);
+}
 
 // Everything that needs the OpenGL context: the fonts and their atlas, the
 // icon atlas, the renderer and its seven batches.
@@ -136,9 +151,9 @@ static void app_frame_loop() {
         // 8.
         u32 code_point_count_before = code_points.count;
 
-        // 9. FETCH: the scan of the feed query slots (feed_queries_check), which
-        // parses what the workers finished, lands here.
+        // 9. Finished fetches are parsed into the reader and their slots freed.
         mark_start(label_queries_check);
+        feed_queries_check(&feed_query_context, &reader);
         mark_end(label_queries_check);
 
         // 10. links: with a close request pending, the queued links of the 10
@@ -185,8 +200,9 @@ int main(int argc, char **argv) {
     profiler_init(profiler_thread_main, 10000000, &profiler_error);
     if (!profiling) profiler_disable(0);
 
-    // 5. FETCH: http_init("tidewrack", &http_error) opens the Internet session
-    // here; a failure stays in http_error and later fetches report it.
+    // 5. The Internet session. A failure stays here; later fetches report it.
+    u32 http_error = 0;
+    http_init("tidewrack", &http_error);
 
     // 6. The reader.
     memory_zero(&reader, sizeof(reader));
@@ -249,18 +265,38 @@ int main(int argc, char **argv) {
     // 18. The workers.
     thread_queue_init(&thread_queue, 6);
 
-    // 19. FETCH: the 1024 feed query slots are zeroed here.
-    // 20. FETCH: the file storage is created here (100 MB reserved, 1 MB
-    // commit step, 128-byte unit), and the reader's text_release hook is
-    // pointed at it.
+    // 19. The feed query slots.
+    memory_zero(feed_queries, sizeof(feed_queries));
+
+    // 20. The file storage, for query addresses, queued links and edited link
+    // configurations.
+    file_storage_init(&file_storage, file_storage_reserve_size, file_storage_commit_step, file_storage_unit);
+    reader.text_release = app_text_release;
+    reader.text_release_context = &file_storage;
+
+    feed_query_context.slots = feed_queries;
+    feed_query_context.slot_count = feed_query_slot_count;
+    feed_query_context.file_storage = &file_storage;
+    feed_query_context.queue = &thread_queue;
+    feed_query_context.start_generation = app.start_generation;
+    feed_query_context.generation_minimum = &view_state.generation_minimum;
+    feed_query_context.generation_maximum = &view_state.generation_maximum;
+    feed_query_context.selected_feed = &view_state.selected_feed;
+    feed_query_context.selected_entry = &view_state.selected_entry;
+    feed_query_context.frame_memory = &app.frame_memory;
+    feed_query_context.wake = app_wake;
+    feed_query_context.wake_context = nullptr;
+    // views: show_log opens the log panel once the panels exist.
 
     // 21.
     app.window = &window;
     app.view_state = &view_state;
     app.ui = nullptr;
     app.renderer = window.running ? &renderer : nullptr;
-    app.feed_queries = nullptr;
-    app.feed_query_count = 0;
+    app.feed_queries = feed_queries;
+    app.feed_query_count = feed_query_slot_count;
+    app.feed_query_context = &feed_query_context;
+    app.file_storage = &file_storage;
 
     // 22.-23. and the loop.
     app_frame_loop();
@@ -287,6 +323,6 @@ int main(int argc, char **argv) {
         data_t path = data_literal("log.txt");
         log_save(log_main, &path, &error);
     }
-    // FETCH: http_close(&http_error) closes the Internet session here.
+    http_close(&http_error);
     return 0;
 }

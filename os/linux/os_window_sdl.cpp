@@ -4,6 +4,7 @@
 
 #include <SDL.h>
 #include <fontconfig/fontconfig.h>
+#include <stdlib.h>
 #include <string.h>
 #include <strings.h>
 
@@ -18,6 +19,8 @@ i32 sdl_screen_width, sdl_screen_height;
 // next poll, so that they follow the key event that made them.
 os_window_event_t pending[8];
 u32 pending_read, pending_write;
+
+bool has_text(const char *text) { return text && text[0]; }
 
 void copy_reason(char *reason, u64 size, const char *first, const char *second) {
     if (!reason || size == 0) return;
@@ -292,10 +295,28 @@ bool translate(const SDL_Event *e, os_window_event_t *event) {
 bool os_window_create(const u8 *title, u64 title_size, i32 width, i32 height, i32 x, i32 y, u32 flags,
                       os_window_info_t *info, char *reason, u64 reason_size) {
     memset(info, 0, sizeof(*info));
+    // Without a display SDL would fall back to its offscreen driver and draw
+    // where nobody sees it (and libwayland would complain on stderr first).
+    // SDL_VIDEODRIVER, when set, is the user's own choice and is honoured.
+    const char *chosen_driver = getenv("SDL_VIDEODRIVER");
+    bool driver_chosen = chosen_driver && chosen_driver[0];
+    if (!driver_chosen && !has_text(getenv("DISPLAY")) && !has_text(getenv("WAYLAND_DISPLAY"))) {
+        copy_reason(reason, reason_size, "no display: neither DISPLAY nor WAYLAND_DISPLAY is set", nullptr);
+        return false;
+    }
+    // Only X11 is there to try: a failed Wayland attempt would only add
+    // libwayland's complaint to the reason.
+    if (!driver_chosen && !has_text(getenv("WAYLAND_DISPLAY"))) SDL_SetHint(SDL_HINT_VIDEODRIVER, "x11");
     // SDL's own SIGINT and SIGTERM handlers turn both into a quit event,
     // which is the close request the frame loop looks for.
     if (SDL_Init(SDL_INIT_VIDEO | SDL_INIT_EVENTS) != 0) {
         copy_reason(reason, reason_size, "no display: ", SDL_GetError());
+        return false;
+    }
+    const char *driver = SDL_GetCurrentVideoDriver();
+    if (!driver_chosen && driver && (strcmp(driver, "offscreen") == 0 || strcmp(driver, "dummy") == 0)) {
+        SDL_Quit();
+        copy_reason(reason, reason_size, "no display: only SDL's offscreen driver is available", nullptr);
         return false;
     }
     if (sdl_wake_event == (u32)-1) sdl_wake_event = SDL_RegisterEvents(1);
