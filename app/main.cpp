@@ -144,6 +144,8 @@ static void app_frame_loop() {
         gl_renderer_frame_start(&renderer);
         if (window.resized && window.focus_seen)
             gl_renderer_viewport(&renderer, 0, 0, (f32)window.width, (f32)window.height);
+        // A scissor left on by the last frame's batches would confine the clear.
+        gl_scissor(&renderer, false, 0, 0, 0, 0);
         gl_clear(&renderer, vec4{0, 0, 0, 1});
 
         // 7. image queries: image_queries_check lands here with the image cache.

@@ -1,0 +1,205 @@
+// Image resize and the icon atlas: exact values of the box filter, the size
+// rules and errors, and where the icons land in the atlas.
+#include "gfx/image.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <vector>
+
+namespace {
+
+// Resizes into a generous buffer and returns exactly the pixels made.
+std::vector<u8> resize(const std::vector<u8> &source, u32 sw, u32 sh, u32 *w, u32 *h, u32 channels,
+                       bool swap = false, f32 gamma = 1.0f, u32 *error_out = nullptr) {
+    u32 error = 0;
+    std::vector<u8> out(source.size() * 16 + 4096, 0xEE);
+    image_resize(source.data(), sw, sh, out.data(), w, h, channels, swap, gamma, &error);
+    if (error_out) *error_out = error;
+    out.resize(error ? 0 : (size_t)*w * *h * channels);
+    return out;
+}
+
+TEST(ImageResize, SameSizeCopiesEveryChannel) {
+    for (u32 channels = 1; channels <= 4; ++channels) {
+        std::vector<u8> source(7 * 5 * channels);
+        for (size_t i = 0; i < source.size(); ++i) source[i] = (u8)(i * 37 + 11);
+        u32 w = 7, h = 0;
+        std::vector<u8> out = resize(source, 7, 5, &w, &h, channels);
+        EXPECT_EQ(w, 7u);
+        EXPECT_EQ(h, 5u);
+        EXPECT_EQ(out, source) << channels << " channels";
+    }
+}
+
+TEST(ImageResize, ThreeToOneIsTheRoundedMeanOfEachBlock) {
+    const u32 sw = 9, sh = 6;
+    std::vector<u8> source(sw * sh);
+    for (u32 i = 0; i < source.size(); ++i) source[i] = (u8)((i * 97 + 13) % 256);
+    u32 w = 3, h = 0;
+    std::vector<u8> out = resize(source, sw, sh, &w, &h, 1);
+    ASSERT_EQ(w, 3u);
+    ASSERT_EQ(h, 2u);
+    for (u32 y = 0; y < 2; ++y) {
+        for (u32 x = 0; x < 3; ++x) {
+            u32 sum = 0;
+            for (u32 dy = 0; dy < 3; ++dy)
+                for (u32 dx = 0; dx < 3; ++dx) sum += source[(y * 3 + dy) * sw + x * 3 + dx];
+            u32 expected = (u32)std::lround(sum / 9.0);
+            EXPECT_EQ(out[y * 3 + x], expected) << x << "," << y;
+        }
+    }
+}
+
+TEST(ImageResize, HeightRulesWhenWidthIsZero) {
+    std::vector<u8> source(8 * 4, 200);
+    u32 w = 0, h = 2;
+    std::vector<u8> out = resize(source, 8, 4, &w, &h, 1);
+    EXPECT_EQ(w, 4u);
+    EXPECT_EQ(h, 2u);
+    for (u8 v : out) EXPECT_EQ(v, 200);
+}
+
+TEST(ImageResize, EnlargingSplitsPixelsByArea) {
+    // Two pixels 0 and 255 to four: each half of the output covers one.
+    std::vector<u8> source = {0, 255};
+    u32 w = 4, h = 0;
+    std::vector<u8> out = resize(source, 2, 1, &w, &h, 1);
+    ASSERT_EQ(w, 4u);
+    ASSERT_EQ(h, 2u);
+    EXPECT_EQ(out, (std::vector<u8>{0, 0, 255, 255, 0, 0, 255, 255}));
+    // Three to two: the middle source pixel is shared half and half.
+    source = {0, 90, 180};
+    w = 2, h = 0;
+    out = resize(source, 3, 1, &w, &h, 1);
+    ASSERT_EQ(h, 0u); // 1 * 2 / 3 truncates to no row
+    source = {0, 90, 180, 0, 90, 180, 0, 90, 180};
+    w = 2, h = 0;
+    out = resize(source, 3, 3, &w, &h, 1);
+    ASSERT_EQ(h, 2u);
+    EXPECT_EQ(out[0], 30); // (0 * 1 + 90 * 0.5) / 1.5
+    EXPECT_EQ(out[1], 150); // (90 * 0.5 + 180) / 1.5
+}
+
+TEST(ImageResize, ErrorsAndSizeOnlyCalls) {
+    u8 pixels[16] = {};
+    u8 out[16] = {1, 2, 3};
+    struct {
+        u32 w, h, channels;
+        u32 expected_error;
+    } cases[] = {{0, 0, 1, 1}, {2, 0, 5, 2}, {2, 0, 0, 2}};
+    for (auto c : cases) {
+        u32 error = 0, w = c.w, h = c.h;
+        image_resize(pixels, 4, 4, out, &w, &h, c.channels, false, 1.0f, &error);
+        EXPECT_EQ(error, c.expected_error);
+        EXPECT_EQ(out[0], 1) << "no pixel is written on an error";
+    }
+    // A set error stops the call.
+    u32 error = 7, w = 2, h = 0;
+    image_resize(pixels, 4, 4, out, &w, &h, 1, false, 1.0f, &error);
+    EXPECT_EQ(error, 7u);
+    EXPECT_EQ(h, 0u);
+    // Channel count isn't checked when only the sizes are asked.
+    error = 0, w = 2, h = 0;
+    image_resize(nullptr, 4, 8, nullptr, &w, &h, 9, false, 1.0f, &error);
+    EXPECT_EQ(error, 0u);
+    EXPECT_EQ(h, 4u);
+}
+
+TEST(ImageResize, TinyWidthGivesAnEmptyImage) {
+    std::vector<u8> source(100 * 3, 50);
+    u32 w = 1, h = 0;
+    u32 error = 0;
+    resize(source, 100, 3, &w, &h, 1, false, 1.0f, &error);
+    EXPECT_EQ(error, 0u);
+    EXPECT_EQ(h, 0u);
+}
+
+TEST(ImageResize, SwapAndGamma) {
+    std::vector<u8> source = {10, 20, 30, 40, 10, 20, 30, 40};
+    u32 w = 1, h = 0;
+    std::vector<u8> out = resize(source, 2, 1, &w, &h, 4, true);
+    ASSERT_EQ(h, 0u); // 1 * 1 / 2
+    source.insert(source.end(), source.begin(), source.end()); // 2 by 2
+    w = 1, h = 0;
+    out = resize(source, 2, 2, &w, &h, 4, true);
+    ASSERT_EQ(h, 1u);
+    EXPECT_EQ(out, (std::vector<u8>{30, 20, 10, 40}));
+    // Gamma 2: 128 -> (128/255)^2 * 255 = 64.25 -> 64.
+    std::vector<u8> grey = {128};
+    w = 1, h = 0;
+    out = resize(grey, 1, 1, &w, &h, 1, false, 2.0f);
+    EXPECT_EQ(out[0], 64);
+}
+
+TEST(IconAtlas, IconsSitSideBySideWithTheirCoordinates) {
+    ui_icon_source_t sources[ui_icon_count];
+    ui_icon_sources(sources);
+    ui_atlas_t atlas = ui_atlas_create(sources, ui_icon_count, 1);
+    EXPECT_EQ(atlas.width, 12u + 10 + 16 + 14 + 10 + 14 + 10);
+    EXPECT_EQ(atlas.height, 16u);
+    u32 column = 0;
+    for (u32 i = 0; i < ui_icon_count; ++i) {
+        vec4 uv = ui_atlas_uv(&atlas, i);
+        EXPECT_FLOAT_EQ(uv.x, (f32)column / atlas.width) << i;
+        EXPECT_FLOAT_EQ(uv.y, 0.0f);
+        EXPECT_FLOAT_EQ(uv.z, (f32)(column + sources[i].width) / atlas.width) << i;
+        EXPECT_FLOAT_EQ(uv.w, (f32)sources[i].height / atlas.height) << i;
+        // Each icon has ink, and the rows above a short icon stay empty.
+        u32 ink = 0;
+        for (u32 y = 0; y < atlas.height; ++y)
+            for (u32 x = column; x < column + sources[i].width; ++x) {
+                u8 v = atlas.pixels[y * atlas.width + x];
+                if (y >= sources[i].height) EXPECT_EQ(v, 0) << i;
+                ink += v > 128;
+            }
+        EXPECT_GT(ink, sources[i].width) << i;
+        column += sources[i].width;
+    }
+}
+
+TEST(IconAtlas, MasksHaveTheirShapes) {
+    // The check mark's low point is left of the middle; the chevron down's
+    // low point is in the middle; the chevron left's tip is at the left.
+    auto lowest_ink = [](const u8 *m, u32 *x_out) {
+        for (u32 y = 0; y < ui_icon_mask_size; ++y)
+            for (u32 x = 0; x < ui_icon_mask_size; ++x)
+                if (m[y * ui_icon_mask_size + x] > 200) {
+                    *x_out = x;
+                    return y;
+                }
+        return 0u;
+    };
+    u32 x = 0;
+    lowest_ink(ui_icon_mask(ui_mask_check), &x);
+    EXPECT_LT(x, 30u);
+    lowest_ink(ui_icon_mask(ui_mask_chevron_down), &x);
+    EXPECT_NEAR((double)x, 31.0, 4.0);
+    const u8 *left = ui_icon_mask(ui_mask_chevron_left);
+    u32 leftmost = 64, leftmost_y = 0;
+    for (u32 y = 0; y < 64; ++y)
+        for (u32 x2 = 0; x2 < 64; ++x2)
+            if (left[y * 64 + x2] > 200 && x2 < leftmost) leftmost = x2, leftmost_y = y;
+    EXPECT_LT(leftmost, 20u);
+    EXPECT_NEAR((double)leftmost_y, 32.0, 4.0);
+    // Antialiased edges: some partial coverage exists.
+    u32 partial = 0;
+    for (u32 i = 0; i < 64 * 64; ++i) partial += left[i] > 0 && left[i] < 255;
+    EXPECT_GT(partial, 50u);
+}
+
+TEST(IconAtlas, AnIconThatFailsLeavesItsColumnEmpty) {
+    static u8 mask[4 * 4];
+    for (u8 &m : mask) m = 255;
+    ui_icon_source_t icons[3] = {{mask, 4, 4, 2, 2}, {mask, 4, 4, 0, 0}, {mask, 4, 4, 2, 2}};
+    ui_atlas_t atlas = ui_atlas_create(icons, 3, 1);
+    EXPECT_EQ(atlas.width, 4u);
+    vec4 uv = ui_atlas_uv(&atlas, 1);
+    EXPECT_EQ(uv.x, 0.0f);
+    EXPECT_EQ(uv.z, 0.0f);
+    EXPECT_FLOAT_EQ(ui_atlas_uv(&atlas, 2).x, 0.5f);
+    EXPECT_EQ(atlas.pixels[0], 255);
+    EXPECT_EQ(atlas.pixels[3], 255);
+}
+
+} // namespace

@@ -1,0 +1,193 @@
+// The real window layer under a private X server: SDL events pushed into its
+// queue come out of the pump as key bytes, text and close requests; a wake
+// from another thread ends a waiting pump; SIGTERM becomes a close request.
+#include "gfx/window.h"
+
+#include <SDL.h>
+#include <gtest/gtest.h>
+
+#include <signal.h>
+#include <string>
+#include <thread>
+#include <unistd.h>
+
+namespace {
+
+window_t window;
+
+struct sdl_input_t : ::testing::Test {
+    static void SetUpTestSuite() {
+        data_t title = data_literal("input");
+        window_create(&window, &title, 320, 200, window_centred, window_centred, 0);
+    }
+    void SetUp() override {
+        ASSERT_EQ(window.running, 1u) << "no window: is the test run under xvfb-run?";
+        settle();
+        window.closing = 0;
+    }
+    // Lets the X server's own events (map, expose, focus) arrive and be
+    // handled before the test pushes its own, so that a late focus change
+    // can't reset the keys in the middle of a case.
+    void settle() {
+        int quiet = 0;
+        for (int i = 0; i < 200 && quiet < 5; ++i) {
+            SDL_PumpEvents();
+            if (SDL_PeepEvents(nullptr, 0, SDL_PEEKEVENT, SDL_FIRSTEVENT, SDL_LASTEVENT) > 0) {
+                window_handle_messages(&window, 0);
+                quiet = 0;
+            } else {
+                ++quiet;
+                usleep(10000);
+            }
+        }
+        window_handle_messages(&window, 0);
+    }
+    void pump() { window_handle_messages(&window, 0); }
+};
+
+void push_key(SDL_Scancode scancode, SDL_Keycode sym, bool down, u16 mod = 0, bool repeat = false) {
+    SDL_Event e = {};
+    e.type = down ? SDL_KEYDOWN : SDL_KEYUP;
+    e.key.state = down ? SDL_PRESSED : SDL_RELEASED;
+    e.key.repeat = repeat ? 1 : 0;
+    e.key.keysym.scancode = scancode;
+    e.key.keysym.sym = sym;
+    e.key.keysym.mod = mod;
+    e.key.windowID = 0;
+    SDL_PushEvent(&e);
+}
+
+void push_text(const char *text) {
+    SDL_Event e = {};
+    e.type = SDL_TEXTINPUT;
+    SDL_strlcpy(e.text.text, text, sizeof(e.text.text));
+    SDL_PushEvent(&e);
+}
+
+TEST_F(sdl_input_t, KeysReachTheirIds) {
+    struct {
+        SDL_Scancode scancode;
+        SDL_Keycode sym;
+        u32 key;
+    } cases[] = {
+        {SDL_SCANCODE_A, SDLK_a, key_a},
+        {SDL_SCANCODE_Z, SDLK_z, key_z},
+        {SDL_SCANCODE_0, SDLK_0, key_0},
+        {SDL_SCANCODE_F5, SDLK_F5, key_f5},
+        {SDL_SCANCODE_ESCAPE, SDLK_ESCAPE, key_escape},
+        {SDL_SCANCODE_DOWN, SDLK_DOWN, key_down},
+        {SDL_SCANCODE_PAGEUP, SDLK_PAGEUP, key_page_up},
+        {SDL_SCANCODE_DELETE, SDLK_DELETE, key_delete},
+        {SDL_SCANCODE_KP_PLUS, SDLK_KP_PLUS, key_numpad_add},
+        {SDL_SCANCODE_LCTRL, SDLK_LCTRL, key_control},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(SDL_GetScancodeName(c.scancode));
+        push_key(c.scancode, c.sym, true);
+        pump();
+        EXPECT_TRUE(key_went_down(&window, c.key));
+        push_key(c.scancode, c.sym, true, 0, true);
+        pump();
+        EXPECT_FALSE(key_went_down(&window, c.key));
+        EXPECT_TRUE(key_went_down_or_repeated(&window, c.key));
+        push_key(c.scancode, c.sym, false);
+        pump();
+        EXPECT_TRUE(key_went_up(&window, c.key));
+        EXPECT_FALSE(key_is_down(&window, c.key));
+    }
+}
+
+TEST_F(sdl_input_t, LettersFollowTheLayout) {
+    // On a layout where the key at the place of Q types "a", that key is A.
+    push_key(SDL_SCANCODE_Q, SDLK_a, true);
+    pump();
+    EXPECT_TRUE(key_is_down(&window, key_a));
+    EXPECT_FALSE(key_is_down(&window, key_q));
+    push_key(SDL_SCANCODE_Q, SDLK_a, false);
+    pump();
+}
+
+TEST_F(sdl_input_t, ControlKeysAlsoTypeTheirCharacter) {
+    push_key(SDL_SCANCODE_RETURN, SDLK_RETURN, true);
+    push_key(SDL_SCANCODE_RETURN, SDLK_RETURN, false);
+    push_key(SDL_SCANCODE_BACKSPACE, SDLK_BACKSPACE, true);
+    push_text("x\xC3\xA9");
+    push_key(SDL_SCANCODE_TAB, SDLK_TAB, true);
+    pump();
+    EXPECT_EQ(std::string((char *)window.text_utf8, window.text_bytes), std::string("\r\bx\xC3\xA9\t"));
+    EXPECT_EQ(window.text_count, 5u);
+    EXPECT_EQ(window.text_code_points[3], 0xE9u);
+    EXPECT_EQ(key_transitions(&window, key_enter), 2u);
+    push_key(SDL_SCANCODE_BACKSPACE, SDLK_BACKSPACE, false);
+    push_key(SDL_SCANCODE_TAB, SDLK_TAB, false);
+    pump();
+}
+
+TEST_F(sdl_input_t, AltF4AndTheWindowsCloseButtonAskToClose) {
+    push_key(SDL_SCANCODE_F4, SDLK_F4, true);
+    pump();
+    EXPECT_EQ(window.closing, 0u);
+    push_key(SDL_SCANCODE_F4, SDLK_F4, false);
+    pump();
+
+    push_key(SDL_SCANCODE_F4, SDLK_F4, true, KMOD_LALT);
+    pump();
+    EXPECT_EQ(window.closing, 1u);
+    // Alt held: no text for it.
+    EXPECT_EQ(window.text_count, 0u);
+    push_key(SDL_SCANCODE_F4, SDLK_F4, false, KMOD_LALT);
+    pump();
+
+    window.closing = 0;
+    SDL_Event e = {};
+    e.type = SDL_WINDOWEVENT;
+    e.window.event = SDL_WINDOWEVENT_CLOSE;
+    SDL_PushEvent(&e);
+    pump();
+    EXPECT_EQ(window.closing, 1u);
+}
+
+TEST_F(sdl_input_t, SigtermBecomesACloseRequest) {
+    raise(SIGTERM);
+    window_handle_messages(&window, 1); // waits until the quit event is there
+    EXPECT_EQ(window.closing, 1u);
+    window.closing = 0;
+    raise(SIGINT);
+    window_handle_messages(&window, 1);
+    EXPECT_EQ(window.closing, 1u);
+}
+
+TEST_F(sdl_input_t, AWakeFromAnotherThreadEndsTheWait) {
+    std::thread worker([] { window_wake(); });
+    window_handle_messages(&window, 1); // would block for ever without the wake
+    worker.join();
+    EXPECT_EQ(window.closing, 0u);
+}
+
+TEST_F(sdl_input_t, WheelAndButtons) {
+    SDL_Event e = {};
+    e.type = SDL_MOUSEWHEEL;
+    e.wheel.y = 1;
+    SDL_PushEvent(&e);
+    e.wheel.y = -3;
+    SDL_PushEvent(&e);
+    SDL_Event b = {};
+    b.type = SDL_MOUSEBUTTONDOWN;
+    b.button.button = SDL_BUTTON_RIGHT;
+    b.button.state = SDL_PRESSED;
+    b.button.x = 7;
+    b.button.y = 9;
+    SDL_PushEvent(&b);
+    pump();
+    EXPECT_EQ(window.wheel, -3.0f);
+    EXPECT_TRUE(key_went_down(&window, key_right_button));
+    EXPECT_EQ(window.mouse_x, 7);
+    EXPECT_EQ(window.mouse_y, window.height - 1 - 9);
+    b.type = SDL_MOUSEBUTTONUP;
+    b.button.state = SDL_RELEASED;
+    SDL_PushEvent(&b);
+    pump();
+    EXPECT_TRUE(key_went_up(&window, key_right_button));
+}
+
+} // namespace
