@@ -153,10 +153,9 @@ static void app_frame_loop() {
         // 8.
         u32 code_point_count_before = code_points.count;
 
-        // 9. Finished fetches are parsed into the reader and their slots freed.
-        mark_start(label_queries_check);
+        // 9. Finished fetches are parsed into the reader and their slots freed
+        // (under the label queries_check, which the scan sets itself).
         feed_queries_check(&feed_query_context, &reader);
-        mark_end(label_queries_check);
 
         // 10. links: with a close request pending, the queued links of the 10
         // link configurations are opened here.

@@ -91,7 +91,10 @@ static void thread_loop(void *argument) {
     }
     u32 terminated = queue->terminated_count.fetch_add(1, std::memory_order_acq_rel) + 1;
     if (terminated == thread_count) {
-        PROFILE_SCOPE(thread_queue_terminated_signal);
+        // The span closes before the signal: once signalled, the main thread
+        // may already be checking that every span has ended.
+        mark_start(label_thread_queue_terminated_signal);
+        mark_end(label_thread_queue_terminated_signal);
         os_event_signal(terminated_event);
     }
 }
