@@ -141,7 +141,7 @@ TEST(Program, OpensIdlesAndSavesWhenASignalEndsIt) {
     for (int signal_number : {SIGTERM, SIGINT}) {
         SCOPED_TRACE(strsignal(signal_number));
         run_t run;
-        run.start({"-gfx_log", "-log"});
+        run.start({"-gfx_log", "-log", "-profile"});
         // The OpenGL report is written once the window and its context exist.
         ASSERT_TRUE(run.wait_for_file(run.folder / "win32_opengl.log", "GL_VERSION", 60))
             << "no window; stderr: " << run.err();
@@ -152,8 +152,9 @@ TEST(Program, OpensIdlesAndSavesWhenASignalEndsIt) {
         EXPECT_EQ(WEXITSTATUS(run.status), 0);
         EXPECT_EQ(run.snapshots().size(), 1u);
         EXPECT_EQ(run.err(), "");
-        // -log: the main log, with the frames that ran.
+        // -log: the main log, with the frames that ran; -profile: the events.
         EXPECT_NE(read_file(run.folder / "log.txt").find("Frame start: "), std::string::npos);
+        EXPECT_GT(fs::file_size(run.folder / "profile.bin"), 64u);
     }
 }
 
