@@ -50,7 +50,8 @@ struct run_t {
         fs::remove_all(folder, ignored);
     }
 
-    void start(std::vector<std::string> extra, bool with_display = true) {
+    void start(std::vector<std::string> extra, bool with_display = true,
+               std::vector<std::pair<std::string, std::string>> environment = {}) {
         std::vector<std::string> args = {TIDEWRACK_PROGRAM, "-path", data.string()};
         args.insert(args.end(), extra.begin(), extra.end());
         pid = fork();
@@ -65,6 +66,7 @@ struct run_t {
                 unsetenv("DISPLAY");
                 unsetenv("WAYLAND_DISPLAY");
             }
+            for (auto &[name, value] : environment) setenv(name.c_str(), value.c_str(), 1);
             std::vector<char *> argv;
             for (auto &a : args) argv.push_back(a.data());
             argv.push_back(nullptr);
@@ -177,16 +179,30 @@ TEST(Program, ANewRunLoadsTheLastSnapshotAndAddsOne) {
     EXPECT_EQ(run.err(), "");
 }
 
-TEST(Program, WithoutADisplayItStillSavesAndSaysWhy) {
-    run_t run;
-    run.start({}, false);
-    ASSERT_TRUE(run.wait_exit(60));
-    ASSERT_TRUE(WIFEXITED(run.status));
-    EXPECT_EQ(WEXITSTATUS(run.status), 0);
-    EXPECT_EQ(run.snapshots().size(), 1u);
-    std::string err = run.err();
-    EXPECT_EQ(err.rfind("tidewrack: no window: ", 0), 0u) << err;
-    EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 1) << err;
+TEST(Program, WithoutAWindowItStillSavesAndSaysWhy) {
+    struct {
+        const char *what;
+        bool display;
+        std::vector<std::pair<std::string, std::string>> environment;
+        const char *reason;
+    } cases[] = {
+        {"no display", false, {}, "no display"},
+        // Mesa told to offer nothing newer than OpenGL 3.1.
+        {"no OpenGL 3.3", true, {{"MESA_GL_VERSION_OVERRIDE", "3.1"}}, "OpenGL 3.3"},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.what);
+        run_t run;
+        run.start({}, c.display, c.environment);
+        ASSERT_TRUE(run.wait_exit(60));
+        ASSERT_TRUE(WIFEXITED(run.status));
+        EXPECT_EQ(WEXITSTATUS(run.status), 0);
+        EXPECT_EQ(run.snapshots().size(), 1u);
+        std::string err = run.err();
+        EXPECT_EQ(err.rfind("tidewrack: no window: ", 0), 0u) << err;
+        EXPECT_NE(err.find(c.reason), std::string::npos) << err;
+        EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 1) << err;
+    }
 }
 
 TEST(Program, ADamagedNewestSnapshotStopsTheStartUpAndTouchesNothing) {
