@@ -85,6 +85,11 @@ char **args_parse(const u8 *command_line, u64 size, i32 *count) {
 
 void args_store(i32 count, char **arguments) {
     assert_message(count <= (i32)args_max_count, "Too many arguments.");
+    // The arguments come split already here, but they must still fit the
+    // buffer that a split command line would fill, each with its terminator.
+    u64 written = 0;
+    for (i32 i = 0; i < count; i++) written += string_length(arguments[i]) + 1;
+    assert_message(written != 0 && written < args_buffer_size, "Empty command line or tool long command line.");
     args_count = count;
     for (i32 i = 0; i < count; i++) {
         u64 length = string_length(arguments[i]);

@@ -74,3 +74,12 @@ TEST(ArgsStoreDeathTest, TooManyArguments) {
     static std::vector<char *> many(129, (char *)"x");
     EXPECT_DEATH(args_store(129, many.data()), "Too many arguments");
 }
+
+TEST(ArgsStoreDeathTest, ArgumentsLongerThanTheBufferStop) {
+    static std::string long_path(2040, 'a');
+    static char program[] = "tidewrack", option[] = "-path";
+    char *arguments[] = {program, option, long_path.data()};
+    EXPECT_DEATH(args_store(3, arguments), "Empty command line or tool long command line.");
+    char *none[] = {nullptr};
+    EXPECT_DEATH(args_store(0, none), "Empty command line or tool long command line.");
+}
