@@ -5,7 +5,7 @@
 #
 #   bench/net/bench_update.sh [TOOL] [ROUNDS]
 #
-# TOOL defaults to build/h2-bench/tools/tool/tidewrack-tool (a Release build).
+# TOOL defaults to build/bench/tools/tool/tidewrack-tool (a Release build).
 # Each round: a first update into an empty folder (100 new feeds, 5000
 # entries), a second update of every feed (nothing new), then newsboat's
 # reload into an empty cache, and its second reload. Needs python3 and
@@ -14,11 +14,11 @@ set -eu
 
 here=$(cd "$(dirname "$0")" && pwd)
 root=$(cd "$here/../.." && pwd)
-tool=${1:-$root/build/h2-bench/tools/tool/tidewrack-tool}
+tool=${1:-$root/build/bench/tools/tool/tidewrack-tool}
 rounds=${2:-3}
 feeds=100
 items=50
-[ -x "$tool" ] || { echo "no tool at $tool (build it: cmake -S . -B build/h2-bench -G Ninja -DCMAKE_BUILD_TYPE=Release -DTIDEWRACK_TESTS=OFF && cmake --build build/h2-bench --target tidewrack-tool)" >&2; exit 2; }
+[ -x "$tool" ] || { echo "no tool at $tool (build it: cmake -S . -B build/bench -G Ninja -DCMAKE_BUILD_TYPE=Release -DTIDEWRACK_TESTS=OFF && cmake --build build/bench --target tidewrack-tool)" >&2; exit 2; }
 
 work=$(mktemp -d)
 server_pid=
