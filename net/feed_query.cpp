@@ -245,7 +245,7 @@ static void feed_query_parse(feed_query_context_t *context, reader_t *reader, fe
     data_t guid = {sizeof(guid_buffer), 0, guid_buffer};
     if (selected_entry && *selected_entry) {
         data_t selected_guid = entry_get_guid(*selected_entry);
-        if (selected_guid.used <= sizeof(guid_buffer)) data_push_data(&guid, &selected_guid, 0);
+        if (selected_guid.used <= sizeof(guid_buffer)) data_push_data(&guid, &selected_guid, 1);
     }
 
     data_t *frame_memory = context->frame_memory;

@@ -34,8 +34,8 @@ typedef void feed_query_wake_t(void *context);
 
 struct feed_query_t {
     u32 state;    // feed_query_free, _in_flight, _finished; read and written with acquire/release
-    u32 feed_id;  // the stored feed to update, or feed_query_new_feed
     data_t url;   // zero-terminated copy of the address (used excludes the zero), in the file storage
+    u32 feed_id;  // the stored feed to update, or feed_query_new_feed
     u32 error;    // an http_error_* value, 0 for success
     u32 detail;   // the HTTP library's own code of a failure, for the main log
     data_t content;          // the fetched document, a block of its own
