@@ -48,6 +48,10 @@ static u32 feed_reference(const u8 *first, const u8 *end) {
         if (size == 0 || size > 31 || !html_entity_find(first, size, &code_point, &second)) return 0;
         value = code_point;
     }
+    // A number that is no Unicode scalar value (0, a surrogate, past
+    // U+10FFFF, negative) can't be written as UTF-8 and must not reach the
+    // code point list that the atlas and the reader file share: the
+    // reference stays in the text as written, like an unknown name.
     if (value <= 0 || value > 0x10FFFF || !unicode_is_scalar((u32)value)) return 0;
     return (u32)value;
 }

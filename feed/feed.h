@@ -41,7 +41,9 @@ void feed_text_set(reader_t *reader, const data_t *raw, data_t *field, code_poin
                    data_t *scratch);
 
 // Stores the address a feed is fetched from as given, byte for byte (no
-// reference decoding), noting its code points in the reader's list.
+// reference decoding), noting its code points in the reader's list. The
+// address is the user's UTF-8 text, not document text: stored as it is, it
+// stays the address that is fetched again and that a feed is found by.
 void feed_url_set(reader_t *reader, const data_t *url, data_t *field);
 
 // Joins a category (term, scheme and label as raw document bytes) to an

@@ -165,7 +165,8 @@ struct xml_tree_t {
 xml_scan_t xml_scan_tags(data_t *memory, const data_t *text);
 
 // Builds the tree of a scan in four blocks of 1 MB taken from `memory`;
-// what is free behind them is borrowed for a while and left as it was found.
+// what is free behind them is borrowed for the matching of closing tags: its
+// bytes are overwritten, but `memory` does not grow by it.
 // A document that needs more nodes, attributes or child links than the blocks
 // hold gets the tree up to that point, with `truncated` set and a log line.
 xml_tree_t xml_build_tree(data_t *memory, xml_scan_t *scan);
