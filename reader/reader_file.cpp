@@ -291,7 +291,8 @@ static bool reader_check_string(void *context, data_t *field) {
 // What the audit doesn't look at but every later step relies on: counters
 // as a save leaves them, unique ids, each entry under an existing feed of its
 // type and of a generation that has begun, each feed's entry count, one meta
-// record a feed, and a sorted list of code points.
+// record a feed, a sorted list of code points, and links whose owners and
+// targets exist.
 static bool reader_records_agree(reader_t *reader) {
     if (reader->last_feed_id != reader->feeds.entry_count || reader->last_entry_id != reader->entries.entry_count ||
         reader->last_category_id != reader->categories.entry_count ||
@@ -335,6 +336,44 @@ static bool reader_records_agree(reader_t *reader) {
     for (u32 i = 0; i < reader->metas.entry_count; i++) {
         meta_t *meta = (meta_t *)pool_entry(&reader->metas, sizeof(meta_t), i);
         if (meta->link_configuration_index >= reader_link_configuration_count) return false;
+    }
+    // A save leaves the generation at the number of distinct generations of
+    // the entries; a larger one would ask the next save for a table that
+    // doesn't fit in frame memory.
+    if (reader->generation > reader->entries.entry_count) return false;
+
+    // Every link joins an existing owner of its layout to an existing target,
+    // and every atom link belongs to an Atom feed or entry. The audit counts
+    // only what it finds under each owner, so a stray record would pass it
+    // and then attach itself to whichever record a later renumbering or a new
+    // entry gives its owner id. The ids are 1 to count here (checked above).
+    u8 feed_types[reader_feed_capacity + 1] = {};
+    for (u32 i = 0; i < reader->feeds.entry_count; i++) {
+        feed_t *feed = (feed_t *)pool_entry(&reader->feeds, sizeof(feed_t), i);
+        feed_types[feed->id] = (u8)feed_get_type(feed);
+    }
+    u8 entry_types[reader_entry_capacity + 1] = {};
+    for (u32 i = 0; i < reader->entries.entry_count; i++) {
+        entry_t *entry = (entry_t *)pool_entry(&reader->entries, sizeof(entry_t), i);
+        entry_types[entry->id] = (u8)entry_get_type(entry);
+    }
+    auto owner_is = [&](bool feed_owner, u32 owner_id, u32 type) {
+        u32 owners = feed_owner ? reader->feeds.entry_count : reader->entries.entry_count;
+        if (owner_id == 0 || owner_id > owners) return false;
+        return (feed_owner ? feed_types[owner_id] : entry_types[owner_id]) == type;
+    };
+    for (u32 i = 0; i < reader->links.entry_count; i++) {
+        link_t *link = (link_t *)pool_entry(&reader->links, sizeof(link_t), i);
+        bool to_category = link->kind <= link_kind_atom_entry_category;
+        u32 targets = to_category ? reader->categories.entry_count : reader->persons.entry_count;
+        if (link->target_id == 0 || link->target_id > targets) return false;
+        bool feed_owner = link->kind % 2 == 1;
+        u32 type = link->kind <= link_kind_rss_entry_category ? reader_type_rss : reader_type_atom;
+        if (!owner_is(feed_owner, link->owner_id, type)) return false;
+    }
+    for (u32 i = 0; i < reader->atom_links.entry_count; i++) {
+        atom_link_t *link = (atom_link_t *)pool_entry(&reader->atom_links, sizeof(atom_link_t), i);
+        if (!owner_is(link->owner_kind == atom_link_owner_feed, link->owner_id, reader_type_atom)) return false;
     }
     return true;
 }

@@ -599,6 +599,9 @@ TEST(ReaderFile, DamagedFilesAreRefusedWithTheirReason) {
     u64 pools = 88 + 20;
     u64 first_feed = pools + 4;
     u64 first_entry = first_feed + 2 * 744 + 4;
+    // One category, one person and one atom link, then the two links: the
+    // Atom entry's author (kind 6) and the RSS entry's category (kind 2).
+    u64 first_link = first_entry + 2 * 280 + (4 + 80) + (4 + 80) + (4 + 120) + 4;
     u64 text_section;
     memcpy(&text_section, good.data() + 8 + 8 * 8, 8);
 
@@ -631,6 +634,33 @@ TEST(ReaderFile, DamagedFilesAreRefusedWithTheirReason) {
         {"feed entry count", [&](std::vector<u8> &b) { put<u32>(b, first_feed + 8, 2); }, reader_error_records},
         {"duplicate feed id", [&](std::vector<u8> &b) { put<u32>(b, first_feed + 744 + 4, 1); }, reader_error_records},
         {"author count", [&](std::vector<u8> &b) { put<u32>(b, first_entry + 16, 2); }, reader_error_records},
+        // Consistent counts, but a link that no owner counts: the Atom
+        // entry's author link turned into an RSS category link.
+        {"link of an owner of the other layout",
+         [&](std::vector<u8> &b) {
+             put<u32>(b, first_link, link_kind_rss_entry_category);
+             put<u32>(b, first_entry + 16, 0);
+         },
+         reader_error_records},
+        {"link to a missing category",
+         [&](std::vector<u8> &b) {
+             put<u32>(b, first_link, link_kind_atom_entry_category);
+             put<u32>(b, first_link + 8, 5);
+             put<u32>(b, first_entry + 16, 0);
+         },
+         reader_error_records},
+        {"atom link of a missing entry",
+         [&](std::vector<u8> &b) {
+             put<u32>(b, first_link - 4 - 120 + 4, 3); // the atom link's owner id
+             put<u32>(b, first_entry + 28, 0);          // the entry's link count
+         },
+         reader_error_records},
+        {"generation beyond its entries",
+         [&](std::vector<u8> &b) {
+             put<u32>(b, 88 + 16, 5000000);
+             put<u32>(b, first_entry + 12, 5000000);
+         },
+         reader_error_records},
         {"text larger than the area", [&](std::vector<u8> &b) { put<u32>(b, text_section, 0x7000000); },
          reader_error_text},
     };
