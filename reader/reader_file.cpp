@@ -169,12 +169,11 @@ struct reader_file_names_t {
 
 static constexpr u32 reader_file_list_capacity = 4096;
 
-static reader_file_names_t reader_list_files(const data_t *folder, data_t *frame_memory) {
+static reader_file_names_t reader_list_files(const data_t *folder, data_t *frame_memory, const data_t *extension) {
     reader_file_names_t names = {};
     file_list_create(&names.list, frame_memory, reader_file_list_capacity);
     if (!names.list.paths) return names;
-    data_t extension = data_literal("bin");
-    file_list_directory(&names.list, folder, &extension, nullptr, file_walk_files);
+    file_list_directory(&names.list, folder, extension, nullptr, file_walk_files);
     // Paths lie one after another in the arena, so each ends where the next
     // begins.
     // The text ends here: the lengths below go onto the same arena.
@@ -193,7 +192,8 @@ static reader_file_names_t reader_list_files(const data_t *folder, data_t *frame
 
 void reader_prune(const data_t *user_folder, data_t *frame_memory) {
     u64 used_before = frame_memory->used;
-    reader_file_names_t names = reader_list_files(user_folder, frame_memory);
+    data_t bin = data_literal("bin");
+    reader_file_names_t names = reader_list_files(user_folder, frame_memory, &bin);
     u32 count = names.list.count;
     if (count > reader_files_kept) {
         // Keys sort by date; the low 16 bits carry the file's index.
@@ -214,6 +214,23 @@ void reader_prune(const data_t *user_folder, data_t *frame_memory) {
                 file_delete(&path, &error);
             }
         }
+    }
+    frame_memory->used = used_before;
+
+    // A save that died before its rename left "<reader file>.tmp" behind.
+    // Those of our own names that are older than any save still running
+    // could be are removed; other "tmp" files are the user's.
+    data_t tmp = data_literal("tmp");
+    reader_file_names_t leftovers = reader_list_files(user_folder, frame_memory, &tmp);
+    u64 stale_before = date_to_number(date_add(date_now(), 0, 0, 0, 0, -10, 0));
+    for (u32 i = 0; i < leftovers.list.count; i++) {
+        u64 length = leftovers.lengths[i];
+        if (length < 4) continue;
+        u64 date = reader_file_date(leftovers.list.paths[i], length - 4);
+        if (date == 0 || date >= stale_before) continue;
+        data_t path = {length, length, leftovers.list.paths[i]};
+        u32 error = 0;
+        file_delete(&path, &error);
     }
     frame_memory->used = used_before;
 }
@@ -488,7 +505,8 @@ void reader_load(reader_t *reader, const data_t *user_folder, data_t *frame_memo
     if (!directory_exists(user_folder, &folder_error)) return;
 
     u64 used_before = frame_memory->used;
-    reader_file_names_t names = reader_list_files(user_folder, frame_memory);
+    data_t bin = data_literal("bin");
+    reader_file_names_t names = reader_list_files(user_folder, frame_memory, &bin);
     u64 newest = 0;
     for (u32 i = 0; i < names.list.count; i++) {
         u64 date = reader_file_date(names.list.paths[i], names.lengths[i]);

@@ -519,6 +519,35 @@ TEST(ReaderFile, SaveKeepsTheNewestTenAndForeignFiles) {
     for (const std::string &name : names) EXPECT_EQ(name.find(".tmp"), std::string::npos) << name;
 }
 
+TEST(ReaderFile, SaveRemovesOnlyStaleLeftoversOfItsOwnSaves) {
+    temp_folder_t folder("leftovers");
+    // A save that died before its rename, long ago; one that may still be
+    // running (its name is a minute old); and the user's own files.
+    std::string now_name;
+    {
+        u8 buffer[32];
+        data_t stamp = {sizeof(buffer), 0, buffer};
+        // A minute back, so that it can't be the name this save writes.
+        date_to_file_text(date_add(date_now(), 0, 0, 0, 0, -1, 0), &stamp);
+        now_name = "feed_data_" + text_of(stamp) + ".bin.tmp";
+    }
+    for (const std::string &name : {std::string("feed_data_20200101_000000.bin.tmp"), now_name,
+                                    std::string("notes.tmp"), std::string("feed_data_garbage.bin.tmp")})
+        write_bytes(folder.file(name), {'t'});
+
+    test_reader_t t;
+    t.rss_feed("http://f", "F");
+    data_t folder_path = view_of(folder.text);
+    ASSERT_TRUE(reader_save(&t.reader, &folder_path, &t.frame_memory));
+
+    std::set<std::string> names = names_in(folder.path);
+    EXPECT_FALSE(names.count("feed_data_20200101_000000.bin.tmp"));
+    EXPECT_TRUE(names.count(now_name));
+    EXPECT_TRUE(names.count("notes.tmp"));
+    EXPECT_TRUE(names.count("feed_data_garbage.bin.tmp"));
+    EXPECT_EQ(names.size(), 4u) << "three left plus the new snapshot";
+}
+
 TEST(ReaderFile, LoadPicksTheNewestFile) {
     temp_folder_t folder("newest");
     auto save_as = [&](const std::string &name, const std::string &title) {
