@@ -15,8 +15,7 @@ TEST(HtmlDetect, MetaElements) {
         std::string input;
         u32 encoding;
     } cases[] = {
-        {"<meta charset=\"big5\" />", 32},
-        {"<html><head><meta charset=big5>", 32},
+        {"<meta charset=\"big5\" />", 32}, {"<html><head><meta charset=big5>", 32},
         {"<meta http-equiv=\"Content-Type\" content=\"text/html; charset=iso-8859-2\">", 3},
         // content ends the element before http-equiv is seen: no pragma, UTF-8.
         {"<meta content=\"text/html; charset=iso-8859-2\" http-equiv=\"content-type\">", 1},
@@ -24,25 +23,13 @@ TEST(HtmlDetect, MetaElements) {
         {"<meta content=\"text/html; charset=iso-8859-2\">", 1},
         {"<meta http-equiv=\"refresh\" content=\"text/html; charset=iso-8859-2\">", 1},
         {"<meta content=\"text/html; charset=nonsense\"><meta charset=koi8-r>", 16},
-        {"<!-- <meta charset=\"big5\"> -->", 0},
-        {"<!-- x --><meta charset=\"big5\">", 32},
-        {"<meta charset=\"utf-16\">", 1},
-        {"<meta charset=\"utf-16be\">", 1},
-        {"<meta charset=\"x-user-defined\">", 22},
-        {"<meta charset=\"nonsense\"><meta charset=\"euc-kr\">", 36},
-        {"<meta CHARSET=\"big5\">", 0},
-        {"<META charset=\"big5\">", 32},
-        {"<meta charset=\" shift_jis \">", 35},
-        {"<metacharset=big5>", 0},
-        {"<meta>", 0},
-        {"<p title=\"<meta charset=big5>\"><meta charset=gbk>", 30},
-        {"<?xml version=\"1.0\"?><meta charset=euc-jp>", 33},
-        {"</p><meta charset=euc-jp>", 33},
-        {"<! weird > <meta charset=euc-jp>", 33},
-        {"<<meta charset=euc-jp>", 33},
-        {"", 0},
-        {"<", 0},
-        {"<meta ", 0},
+        {"<!-- <meta charset=\"big5\"> -->", 0}, {"<!-- x --><meta charset=\"big5\">", 32},
+        {"<meta charset=\"utf-16\">", 1}, {"<meta charset=\"utf-16be\">", 1},
+        {"<meta charset=\"x-user-defined\">", 22}, {"<meta charset=\"nonsense\"><meta charset=\"euc-kr\">", 36},
+        {"<meta CHARSET=\"big5\">", 0}, {"<META charset=\"big5\">", 32}, {"<meta charset=\" shift_jis \">", 35},
+        {"<metacharset=big5>", 0}, {"<meta>", 0}, {"<p title=\"<meta charset=big5>\"><meta charset=gbk>", 30},
+        {"<?xml version=\"1.0\"?><meta charset=euc-jp>", 33}, {"</p><meta charset=euc-jp>", 33},
+        {"<! weird > <meta charset=euc-jp>", 33}, {"<<meta charset=euc-jp>", 33}, {"", 0}, {"<", 0}, {"<meta ", 0},
         {"<meta charset=\"big5", 32}, // an unclosed value still counts
         {"<meta charset=big5", 32},
     };

@@ -24,18 +24,6 @@ struct arena_t {
     explicit arena_t(u64 size) : memory(size ? size : 1) { data = data_t{size, 0, memory.data()}; }
 };
 
-inline std::string utf8(u32 c) {
-    std::string s;
-    if (c < 0x80) s += (char)c;
-    else if (c < 0x800) s += (char)(0xC0 | c >> 6), s += (char)(0x80 | (c & 0x3F));
-    else if (c < 0x10000)
-        s += (char)(0xE0 | c >> 12), s += (char)(0x80 | ((c >> 6) & 0x3F)), s += (char)(0x80 | (c & 0x3F));
-    else
-        s += (char)(0xF0 | c >> 18), s += (char)(0x80 | ((c >> 12) & 0x3F)), s += (char)(0x80 | ((c >> 6) & 0x3F)),
-            s += (char)(0x80 | (c & 0x3F));
-    return s;
-}
-
 // Every code point of `bytes` in `encoding` through the tokenizer's frame.
 inline std::vector<u32> decode_all(u32 encoding, const std::string &bytes) {
     hp_reader_t reader = {};
@@ -138,6 +126,21 @@ inline built_t build(const std::string &input, u32 tolerant) {
     }
     return result;
 }
+
+// Tokens and tree of `input`, with their arenas kept alive.
+struct parsed_t {
+    u32 error = 0;
+    std::string input;
+    data_t in;
+    arena_t token_arena;
+    html_tokens_t tokens;
+    arena_t tree_arena;
+    html_tree_t tree;
+    parsed_t(const std::string &s, u32 tolerant)
+        : input(s), in(view(input)), token_arena(hp_tokenizer_size(&in)),
+          tokens(hp_tokenizer(&token_arena.data, &in, 0, &error)), tree_arena(hp_tree_size(&tokens)),
+          tree(hp_tree_construction(&tree_arena.data, &tokens, tolerant, &error)) {}
+};
 
 inline std::string read_file(const std::string &path) {
     std::ifstream f(path, std::ios::binary);

@@ -82,12 +82,3 @@ TEST(HtmlReferences, RefusedNumbersAreTheInvalidTextCharactersAndCr) {
     // 2048 surrogates.
     EXPECT_EQ(refused, 126u + 1u + 2048u);
 }
-
-TEST(HtmlReferences, InContexts) {
-    EXPECT_EQ(tokenize("<!--&#65;-->").joined(), "C:A");
-    EXPECT_EQ(tokenize("<![CDATA[&#65;]]>").joined(), "X:&#65;");
-    EXPECT_EQ(tokenize("<p a=\"&#0;\">").joined(), "S:p a=&#0;");
-    EXPECT_EQ(tokenize("<p a='&acE;'>").joined(), "S:p a=\xE2\x88\xBE\xCC\xB3");
-    EXPECT_EQ(tokenize("&copy").joined(), "T:&copy");
-    EXPECT_EQ(tokenize("a&").joined(), "T:a&");
-}
