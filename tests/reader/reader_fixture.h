@@ -14,13 +14,16 @@ inline std::string text_of(const data_t &d) { return d.used ? std::string((const
 
 inline data_t view_of(const std::string &s) { return data_t{s.size(), s.size(), (u8 *)s.data()}; }
 
+inline date_t make_date(u16 year, u8 month, u8 day, u8 hour = 0, u8 minute = 0, u8 second = 0) {
+    return date_t{year, month, day, hour, minute, second, 0};
+}
+
 struct test_reader_t {
     reader_t reader = {};
     code_point_list_t code_points = {};
     std::vector<u32> code_point_array;
     data_t frame_memory = {};
     u32 replacement_glyph_index = 191;
-    std::vector<u32> forgotten_entries;
 
     test_reader_t() {
         system_info_get();
@@ -45,43 +48,32 @@ struct test_reader_t {
         return reader_text_add(&reader, &d);
     }
 
-    feed_t *rss_feed(const std::string &url, const std::string &title) {
-        feed_t *feed = reader_new_feed(&reader, reader_type_rss);
+    feed_t *rss_feed(const std::string &url, const std::string &title) { return new_feed(reader_type_rss, url, title); }
+    feed_t *atom_feed(const std::string &url, const std::string &title) { return new_feed(reader_type_atom, url, title); }
+    feed_t *new_feed(u32 type, const std::string &url, const std::string &title) {
+        feed_t *feed = reader_new_feed(&reader, type);
         feed->url = add(url);
-        feed->rss.title = add(title);
+        (type == reader_type_rss ? feed->rss.title : feed->atom.title) = add(title);
         reader_new_meta(&reader, feed);
         return feed;
     }
 
-    feed_t *atom_feed(const std::string &url, const std::string &title) {
-        feed_t *feed = reader_new_feed(&reader, reader_type_atom);
-        feed->url = add(url);
-        feed->atom.title = add(title);
-        reader_new_meta(&reader, feed);
-        return feed;
-    }
-
-    // A category shared by term, as the parser shares them.
+    // Categories and persons are shared by their text, as the parser shares them.
     category_t *category(const std::string &term) {
-        data_t t = view_of(term);
-        for (u32 i = 0; i < reader.categories.max_entry_count; i++) {
-            category_t *c = (category_t *)pool_entry(&reader.categories, sizeof(category_t), i);
-            if (category_is_valid(c) && data_equal(&c->term, &t)) return c;
-        }
-        category_t *c = reader_new_category(&reader);
-        c->term = add(term);
-        return c;
+        return shared<category_t>(&reader.categories, term, reader_new_category, &category_t::term);
     }
-
     person_t *person(const std::string &name) {
-        data_t t = view_of(name);
-        for (u32 i = 0; i < reader.persons.max_entry_count; i++) {
-            person_t *p = (person_t *)pool_entry(&reader.persons, sizeof(person_t), i);
-            if (person_is_valid(p) && data_equal(&p->name, &t)) return p;
+        return shared<person_t>(&reader.persons, name, reader_new_person, &person_t::name);
+    }
+    template <typename T, typename New> T *shared(pool_t *pool, const std::string &text, New make, data_t T::*field) {
+        data_t t = view_of(text);
+        for (u32 i = 0; i < pool->max_entry_count; i++) {
+            T *record = (T *)pool_entry(pool, sizeof(T), i);
+            if (record->id && data_equal(&(record->*field), &t)) return record;
         }
-        person_t *p = reader_new_person(&reader);
-        p->name = add(name);
-        return p;
+        T *record = make(&reader);
+        record->*field = add(text);
+        return record;
     }
 
     entry_t *rss_entry(feed_t *feed, const std::string &title, const std::string &guid, date_t date,
@@ -91,11 +83,9 @@ struct test_reader_t {
         entry->rss.guid = add(guid);
         entry->rss.guid_is_perma_link = 1;
         entry->rss.pub_date = date;
-        for (const std::string &term : categories) {
-            category_t *c = category(term);
-            reader_new_link(&reader, link_kind_rss_entry_category, entry->id, c->id);
-            entry->rss.category_count++;
-        }
+        for (const std::string &term : categories)
+            reader_new_link(&reader, link_kind_rss_entry_category, entry->id, category(term)->id);
+        entry->rss.category_count = (u32)categories.size();
         reader_accept_entry(&reader, feed, entry);
         return entry;
     }
@@ -105,19 +95,16 @@ struct test_reader_t {
         entry_t *entry = reader_new_entry(&reader);
         entry->atom.title = add(title);
         entry->atom.atom_id = add(id);
-        entry->atom.published = published;
-        entry->atom.updated = published;
-        for (const std::string &name : authors) {
-            person_t *p = person(name);
-            reader_new_link(&reader, link_kind_atom_entry_author, entry->id, p->id);
-            entry->atom.author_count++;
-        }
+        entry->atom.published = entry->atom.updated = published;
+        for (const std::string &name : authors)
+            reader_new_link(&reader, link_kind_atom_entry_author, entry->id, person(name)->id);
         for (const std::string &href : links) {
             atom_link_t *link = reader_new_atom_link(&reader, atom_link_owner_entry, entry->id);
             link->href = add(href);
             link->rel = atom_link_rel_alternate;
-            entry->atom.link_count++;
         }
+        entry->atom.author_count = (u32)authors.size();
+        entry->atom.link_count = (u32)links.size();
         reader_accept_entry(&reader, feed, entry);
         return entry;
     }
@@ -131,17 +118,6 @@ struct test_reader_t {
         return out;
     }
 };
-
-inline date_t make_date(u16 year, u8 month, u8 day, u8 hour = 0, u8 minute = 0, u8 second = 0) {
-    date_t d = {};
-    d.year = year;
-    d.month = month;
-    d.day = day;
-    d.hour = hour;
-    d.minute = minute;
-    d.second = second;
-    return d;
-}
 
 // The text written to log channel 0 since `mark` (a byte count).
 inline std::string log_main_since(u64 mark) {
