@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -51,31 +52,31 @@ TEST(ImageResize, ThreeToOneIsTheRoundedMeanOfEachBlock) {
     }
 }
 
-TEST(ImageResize, HeightRulesWhenWidthIsZero) {
-    std::vector<u8> source(8 * 4, 200);
-    u32 w = 0, h = 2;
-    std::vector<u8> out = resize(source, 8, 4, &w, &h, 1);
-    EXPECT_EQ(w, 4u);
-    EXPECT_EQ(h, 2u);
-    for (u8 v : out) EXPECT_EQ(v, 200);
+// The size asked (a width, or a height when the width is 0) and the other
+// side scaled to match, truncated: it may come out as 0, an empty image.
+TEST(ImageResize, SizeRules) {
+    struct {
+        u32 sw, sh, w, h, expected_w, expected_h;
+    } cases[] = {{8, 4, 0, 2, 4, 2}, {3, 1, 2, 0, 2, 0}, {2, 1, 1, 0, 1, 0}, {100, 3, 1, 0, 1, 0}, {7, 5, 14, 0, 14, 10}};
+    for (auto c : cases) {
+        std::vector<u8> source(c.sw * c.sh, 200);
+        u32 w = c.w, h = c.h, error = 0;
+        std::vector<u8> out = resize(source, c.sw, c.sh, &w, &h, 1, false, 1.0f, &error);
+        EXPECT_EQ(error, 0u);
+        EXPECT_EQ(w, c.expected_w) << c.sw << "x" << c.sh;
+        EXPECT_EQ(h, c.expected_h) << c.sw << "x" << c.sh;
+        for (u8 v : out) EXPECT_EQ(v, 200);
+    }
 }
 
 TEST(ImageResize, EnlargingSplitsPixelsByArea) {
     // Two pixels 0 and 255 to four: each half of the output covers one.
-    std::vector<u8> source = {0, 255};
     u32 w = 4, h = 0;
-    std::vector<u8> out = resize(source, 2, 1, &w, &h, 1);
-    ASSERT_EQ(w, 4u);
-    ASSERT_EQ(h, 2u);
+    std::vector<u8> out = resize({0, 255}, 2, 1, &w, &h, 1);
     EXPECT_EQ(out, (std::vector<u8>{0, 0, 255, 255, 0, 0, 255, 255}));
     // Three to two: the middle source pixel is shared half and half.
-    source = {0, 90, 180};
     w = 2, h = 0;
-    out = resize(source, 3, 1, &w, &h, 1);
-    ASSERT_EQ(h, 0u); // 1 * 2 / 3 truncates to no row
-    source = {0, 90, 180, 0, 90, 180, 0, 90, 180};
-    w = 2, h = 0;
-    out = resize(source, 3, 3, &w, &h, 1);
+    out = resize({0, 90, 180, 0, 90, 180, 0, 90, 180}, 3, 3, &w, &h, 1);
     ASSERT_EQ(h, 2u);
     EXPECT_EQ(out[0], 30); // (0 * 1 + 90 * 0.5) / 1.5
     EXPECT_EQ(out[1], 150); // (90 * 0.5 + 180) / 1.5
@@ -106,30 +107,13 @@ TEST(ImageResize, ErrorsAndSizeOnlyCalls) {
     EXPECT_EQ(h, 4u);
 }
 
-TEST(ImageResize, TinyWidthGivesAnEmptyImage) {
-    std::vector<u8> source(100 * 3, 50);
-    u32 w = 1, h = 0;
-    u32 error = 0;
-    resize(source, 100, 3, &w, &h, 1, false, 1.0f, &error);
-    EXPECT_EQ(error, 0u);
-    EXPECT_EQ(h, 0u);
-}
-
 TEST(ImageResize, SwapAndGamma) {
-    std::vector<u8> source = {10, 20, 30, 40, 10, 20, 30, 40};
     u32 w = 1, h = 0;
-    std::vector<u8> out = resize(source, 2, 1, &w, &h, 4, true);
-    ASSERT_EQ(h, 0u); // 1 * 1 / 2
-    source.insert(source.end(), source.begin(), source.end()); // 2 by 2
-    w = 1, h = 0;
-    out = resize(source, 2, 2, &w, &h, 4, true);
-    ASSERT_EQ(h, 1u);
+    std::vector<u8> out = resize({10, 20, 30, 40, 10, 20, 30, 40, 10, 20, 30, 40, 10, 20, 30, 40}, 2, 2, &w, &h, 4, true);
     EXPECT_EQ(out, (std::vector<u8>{30, 20, 10, 40}));
     // Gamma 2: 128 -> (128/255)^2 * 255 = 64.25 -> 64.
-    std::vector<u8> grey = {128};
     w = 1, h = 0;
-    out = resize(grey, 1, 1, &w, &h, 1, false, 2.0f);
-    EXPECT_EQ(out[0], 64);
+    EXPECT_EQ(resize({128}, 1, 1, &w, &h, 1, false, 2.0f), std::vector<u8>{64});
 }
 
 TEST(IconAtlas, IconsSitSideBySideWithTheirCoordinates) {
@@ -159,32 +143,25 @@ TEST(IconAtlas, IconsSitSideBySideWithTheirCoordinates) {
 }
 
 TEST(IconAtlas, MasksHaveTheirShapes) {
+    // The first fully inked pixel in row order (lowest row first), or in
+    // column order with `by_column`: x, y.
+    auto first_ink = [](const u8 *m, bool by_column) {
+        const u32 n = ui_icon_mask_size;
+        for (u32 a = 0; a < n; ++a)
+            for (u32 b = 0; b < n; ++b)
+                if (m[by_column ? b * n + a : a * n + b] > 200) return by_column ? std::make_pair(a, b) : std::make_pair(b, a);
+        return std::make_pair(n, n);
+    };
     // The check mark's low point is left of the middle; the chevron down's
     // low point is in the middle; the chevron left's tip is at the left.
-    auto lowest_ink = [](const u8 *m, u32 *x_out) {
-        for (u32 y = 0; y < ui_icon_mask_size; ++y)
-            for (u32 x = 0; x < ui_icon_mask_size; ++x)
-                if (m[y * ui_icon_mask_size + x] > 200) {
-                    *x_out = x;
-                    return y;
-                }
-        return 0u;
-    };
-    u32 x = 0;
-    lowest_ink(ui_icon_mask(ui_mask_check), &x);
-    EXPECT_LT(x, 30u);
-    lowest_ink(ui_icon_mask(ui_mask_chevron_down), &x);
-    EXPECT_NEAR((double)x, 31.0, 4.0);
+    EXPECT_LT(first_ink(ui_icon_mask(ui_mask_check), false).first, 30u);
+    EXPECT_NEAR((double)first_ink(ui_icon_mask(ui_mask_chevron_down), false).first, 31.0, 4.0);
     const u8 *left = ui_icon_mask(ui_mask_chevron_left);
-    u32 leftmost = 64, leftmost_y = 0;
-    for (u32 y = 0; y < 64; ++y)
-        for (u32 x2 = 0; x2 < 64; ++x2)
-            if (left[y * 64 + x2] > 200 && x2 < leftmost) leftmost = x2, leftmost_y = y;
-    EXPECT_LT(leftmost, 20u);
-    EXPECT_NEAR((double)leftmost_y, 32.0, 4.0);
+    EXPECT_LT(first_ink(left, true).first, 20u);
+    EXPECT_NEAR((double)first_ink(left, true).second, 32.0, 4.0);
     // Antialiased edges: some partial coverage exists.
     u32 partial = 0;
-    for (u32 i = 0; i < 64 * 64; ++i) partial += left[i] > 0 && left[i] < 255;
+    for (u32 i = 0; i < ui_icon_mask_size * ui_icon_mask_size; ++i) partial += left[i] > 0 && left[i] < 255;
     EXPECT_GT(partial, 50u);
 }
 

@@ -70,15 +70,10 @@ TEST_F(sdl_input_t, KeysReachTheirIds) {
         SDL_Keycode sym;
         u32 key;
     } cases[] = {
-        {SDL_SCANCODE_A, SDLK_a, key_a},
-        {SDL_SCANCODE_Z, SDLK_z, key_z},
-        {SDL_SCANCODE_0, SDLK_0, key_0},
-        {SDL_SCANCODE_F5, SDLK_F5, key_f5},
-        {SDL_SCANCODE_ESCAPE, SDLK_ESCAPE, key_escape},
-        {SDL_SCANCODE_DOWN, SDLK_DOWN, key_down},
-        {SDL_SCANCODE_PAGEUP, SDLK_PAGEUP, key_page_up},
-        {SDL_SCANCODE_DELETE, SDLK_DELETE, key_delete},
-        {SDL_SCANCODE_KP_PLUS, SDLK_KP_PLUS, key_numpad_add},
+        {SDL_SCANCODE_A, SDLK_a, key_a}, {SDL_SCANCODE_Z, SDLK_z, key_z}, {SDL_SCANCODE_0, SDLK_0, key_0},
+        {SDL_SCANCODE_F5, SDLK_F5, key_f5}, {SDL_SCANCODE_ESCAPE, SDLK_ESCAPE, key_escape},
+        {SDL_SCANCODE_DOWN, SDLK_DOWN, key_down}, {SDL_SCANCODE_PAGEUP, SDLK_PAGEUP, key_page_up},
+        {SDL_SCANCODE_DELETE, SDLK_DELETE, key_delete}, {SDL_SCANCODE_KP_PLUS, SDLK_KP_PLUS, key_numpad_add},
         {SDL_SCANCODE_LCTRL, SDLK_LCTRL, key_control},
     };
     for (const auto &c : cases) {
@@ -124,37 +119,30 @@ TEST_F(sdl_input_t, ControlKeysAlsoTypeTheirCharacter) {
 }
 
 TEST_F(sdl_input_t, AltF4AndTheWindowsCloseButtonAskToClose) {
-    push_key(SDL_SCANCODE_F4, SDLK_F4, true);
-    pump();
-    EXPECT_EQ(window.closing, 0u);
-    push_key(SDL_SCANCODE_F4, SDLK_F4, false);
-    pump();
-
-    push_key(SDL_SCANCODE_F4, SDLK_F4, true, KMOD_LALT);
-    pump();
-    EXPECT_EQ(window.closing, 1u);
-    // Alt held: no text for it.
-    EXPECT_EQ(window.text_count, 0u);
-    push_key(SDL_SCANCODE_F4, SDLK_F4, false, KMOD_LALT);
-    pump();
+    for (u16 mod : {(u16)0, (u16)KMOD_LALT}) {
+        push_key(SDL_SCANCODE_F4, SDLK_F4, true, mod);
+        pump();
+        EXPECT_EQ(window.closing, mod ? 1u : 0u);
+        EXPECT_EQ(window.text_count, 0u);
+        push_key(SDL_SCANCODE_F4, SDLK_F4, false, mod);
+        pump();
+    }
 
     window.closing = 0;
     SDL_Event e = {};
-    e.type = SDL_WINDOWEVENT;
-    e.window.event = SDL_WINDOWEVENT_CLOSE;
+    e.window = {SDL_WINDOWEVENT, 0, 0, SDL_WINDOWEVENT_CLOSE};
     SDL_PushEvent(&e);
     pump();
     EXPECT_EQ(window.closing, 1u);
 }
 
 TEST_F(sdl_input_t, SigtermBecomesACloseRequest) {
-    raise(SIGTERM);
-    window_handle_messages(&window, 1); // waits until the quit event is there
-    EXPECT_EQ(window.closing, 1u);
-    window.closing = 0;
-    raise(SIGINT);
-    window_handle_messages(&window, 1);
-    EXPECT_EQ(window.closing, 1u);
+    for (int signal : {SIGTERM, SIGINT}) {
+        window.closing = 0;
+        raise(signal);
+        window_handle_messages(&window, 1); // waits until the quit event is there
+        EXPECT_EQ(window.closing, 1u) << signal;
+    }
 }
 
 TEST_F(sdl_input_t, AWakeFromAnotherThreadEndsTheWait) {
@@ -172,11 +160,7 @@ TEST_F(sdl_input_t, WheelAndButtons) {
     e.wheel.y = -3;
     SDL_PushEvent(&e);
     SDL_Event b = {};
-    b.type = SDL_MOUSEBUTTONDOWN;
-    b.button.button = SDL_BUTTON_RIGHT;
-    b.button.state = SDL_PRESSED;
-    b.button.x = 7;
-    b.button.y = 9;
+    b.button = {SDL_MOUSEBUTTONDOWN, 0, 0, 0, SDL_BUTTON_RIGHT, SDL_PRESSED, 1, 0, 7, 9};
     SDL_PushEvent(&b);
     pump();
     EXPECT_EQ(window.wheel, -3.0f);
