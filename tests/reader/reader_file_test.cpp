@@ -79,47 +79,6 @@ const std::vector<u32> small_record_strings = {8, 32, 56};
 const std::vector<u32> atom_link_strings = {8, 32, 56, 80};
 const std::vector<u32> configuration_strings = {0, 24, 48};
 
-// Every record as text: every byte that isn't a string pointer, and the
-// content of each string; so two readers can be compared record by record.
-std::vector<std::string> describe_reader(reader_t *reader) {
-    std::vector<std::string> out;
-    auto describe = [&](const void *record, u64 size, const std::vector<u32> &strings) {
-        std::vector<u8> copy((const u8 *)record, (const u8 *)record + size);
-        std::string text;
-        for (u32 offset : strings) {
-            data_t field;
-            memcpy(&field, copy.data() + offset, sizeof(field));
-            text += "[" + text_of(field) + "]";
-            memset(copy.data() + offset + 16, 0, 8);
-        }
-        out.push_back(text + std::string((const char *)copy.data(), copy.size()));
-    };
-    auto pool = [&](pool_t *p, u64 size, auto strings_of) {
-        out.push_back("count " + std::to_string(p->entry_count));
-        for (u32 i = 0; i < p->entry_count; i++) describe(pool_entry(p, size, i), size, strings_of(pool_entry(p, size, i)));
-    };
-    pool(&reader->feeds, sizeof(feed_t), [](void *r) {
-        return feed_get_type((feed_t *)r) == reader_type_rss ? rss_feed_strings : atom_feed_strings;
-    });
-    pool(&reader->entries, sizeof(entry_t), [](void *r) {
-        return entry_get_type((entry_t *)r) == reader_type_rss ? rss_entry_strings : atom_entry_strings;
-    });
-    pool(&reader->categories, sizeof(category_t), [](void *) { return small_record_strings; });
-    pool(&reader->persons, sizeof(person_t), [](void *) { return small_record_strings; });
-    pool(&reader->atom_links, sizeof(atom_link_t), [](void *) { return atom_link_strings; });
-    pool(&reader->links, sizeof(link_t), [](void *) { return std::vector<u32>{}; });
-    for (u32 i = 0; i < reader->metas.entry_count; i++) {
-        meta_t *meta = (meta_t *)pool_entry(&reader->metas, sizeof(meta_t), i);
-        out.push_back("meta " + std::to_string(meta->feed_id) + " " + std::to_string(meta->flags) + " " +
-                      std::to_string(meta->link_configuration - reader->link_configurations));
-    }
-    for (link_configuration_t &c : reader->link_configurations) describe(&c, sizeof(c), configuration_strings);
-    out.push_back("counters " + std::to_string(reader->last_feed_id) + " " + std::to_string(reader->last_entry_id) +
-                  " " + std::to_string(reader->last_category_id) + " " + std::to_string(reader->last_person_id) +
-                  " " + std::to_string(reader->generation));
-    return out;
-}
-
 // What a user would call the content, independent of ids and slots: each
 // feed by address and entry by guid, with generation, flags and relations.
 std::map<std::string, std::string> content_of(reader_t *reader) {
@@ -277,13 +236,17 @@ TEST(ReaderFile, RoundTripKeepsEveryRecord) {
     std::string path;
     ASSERT_EQ(load(b, folder.text, &path), 0u);
     EXPECT_EQ(content_of(&b.reader), before);
-    EXPECT_EQ(describe_reader(&b.reader), describe_reader(&a.reader));
     EXPECT_EQ(b.reader.generation, 3u);
     EXPECT_EQ(b.reader.entries.entry_count, 4u);
     EXPECT_EQ(b.reader.feeds.entry_count, 2u);
     for (u32 i = 0; i < b.reader.entries.entry_count; i++)
         EXPECT_EQ(((entry_t *)pool_entry(&b.reader.entries, sizeof(entry_t), i))->id, i + 1) << "ids without gaps";
     EXPECT_EQ(b.code_points.code_points[b.replacement_glyph_index], 0xFFFDu);
+    // Every byte of every record came back: written again, the file is the same.
+    std::vector<u8> bytes = read_bytes(path);
+    ASSERT_EQ(write_reader(b, path + ".again"), 0u);
+    EXPECT_TRUE(read_bytes(path + ".again") == bytes);
+    fs::remove(path + ".again");
 
     // The next record goes to the first free slot with the next id.
     entry_t *next = reader_new_entry(&b.reader);
@@ -293,7 +256,6 @@ TEST(ReaderFile, RoundTripKeepsEveryRecord) {
 
     // Nothing of the refused item, the removed entries or the purged feed
     // reached the file; nor a code point only they used.
-    std::vector<u8> bytes = read_bytes(path);
     std::string file(bytes.begin(), bytes.end());
     for (const char *absent : {"REFUSED-TEXT", "Ghost", "Removed now", "only-doomed", "http://gone", "gone-cat"})
         EXPECT_EQ(file.find(absent), std::string::npos) << absent;
@@ -472,87 +434,63 @@ u32 read_back(const std::string &path_text) {
     return error;
 }
 
-template <typename T> void put(std::vector<u8> &bytes, u64 offset, T value) { memcpy(bytes.data() + offset, &value, sizeof(T)); }
-
 } // namespace
 TEST(ReaderFile, DamagedFilesAreRefusedWithTheirReason) {
     temp_folder_t folder("damaged");
     std::vector<u8> good = small_file(folder);
     ASSERT_GT(good.size(), 300u);
-    u64 pools = 88 + 20;
-    u64 first_feed = pools + 4;
-    u64 first_entry = first_feed + 2 * 744 + 4;
+    const u64 pools = 88 + 20, first_feed = pools + 4, first_entry = first_feed + 2 * 744 + 4;
     // One category, one person and one atom link, then the two links: the
     // Atom entry's author (kind 6) and the RSS entry's category (kind 2).
-    u64 first_link = first_entry + 2 * 280 + (4 + 80) + (4 + 80) + (4 + 120) + 4;
-    u64 text_section;
-    memcpy(&text_section, good.data() + 8 + 8 * 8, 8);
-
-    const u32 any_error = ~0u;
+    const u64 first_link = first_entry + 2 * 280 + (4 + 80) + (4 + 80) + (4 + 120) + 4;
+    const u64 text_section = *(const u64 *)(good.data() + 8 + 8 * 8), n = good.size(), any_error = ~0u;
     struct row {
         const char *what;
-        std::function<void(std::vector<u8> &)> damage;
-        u32 error;
+        std::vector<std::array<u64, 3>> changes; // {offset, value, size}
+        u64 size;
+        u64 error;
     } rows[] = {
-        {"untouched", [](std::vector<u8> &) {}, 0},
-        {"empty", [](std::vector<u8> &b) { b.clear(); }, reader_error_section},
-        {"cut in the header", [](std::vector<u8> &b) { b.resize(50); }, reader_error_section},
-        {"cut in the text", [](std::vector<u8> &b) { b.pop_back(); }, reader_error_section},
-        {"a byte more", [](std::vector<u8> &b) { b.push_back(0); }, reader_error_size},
-        {"magic", [](std::vector<u8> &b) { b[0] = 'F'; }, reader_error_magic},
-        {"newer version", [](std::vector<u8> &b) { put<u32>(b, 4, 2); }, reader_error_version},
-        {"section table", [](std::vector<u8> &b) { put<u64>(b, 8 + 16, 109); }, reader_error_section},
-        {"section size", [](std::vector<u8> &b) { put<u64>(b, 8 + 8, 24); }, reader_error_section},
-        {"too many feeds", [&](std::vector<u8> &b) { put<u32>(b, pools, 101); }, reader_error_count},
-        {"one feed more than stored", [&](std::vector<u8> &b) { put<u32>(b, pools, 3); }, any_error},
-        {"string past the text", [&](std::vector<u8> &b) { put<u64>(b, first_feed + 16 + 16, 1u << 30); },
-         reader_error_string},
-        {"string length", [&](std::vector<u8> &b) { put<u64>(b, first_feed + 16 + 8, ~0ull); }, reader_error_string},
-        {"feed type", [&](std::vector<u8> &b) { put<u32>(b, first_feed, 7); }, reader_error_records},
-        {"entry type", [&](std::vector<u8> &b) { put<u32>(b, first_entry, 1); }, any_error},
-        {"entry generation", [&](std::vector<u8> &b) { put<u32>(b, first_entry + 12, 2); }, reader_error_records},
-        {"counter", [&](std::vector<u8> &b) { put<u32>(b, 88 + 4, 7); }, reader_error_records},
-        {"code points", [&](std::vector<u8> &b) { put<u32>(b, text_section - 8, 0x20); }, reader_error_records},
-        {"entry of a missing feed", [&](std::vector<u8> &b) { put<u32>(b, first_entry + 8, 9); }, reader_error_records},
-        {"feed entry count", [&](std::vector<u8> &b) { put<u32>(b, first_feed + 8, 2); }, reader_error_records},
-        {"duplicate feed id", [&](std::vector<u8> &b) { put<u32>(b, first_feed + 744 + 4, 1); }, reader_error_records},
-        {"author count", [&](std::vector<u8> &b) { put<u32>(b, first_entry + 16, 2); }, reader_error_records},
+        {"untouched", {}, n, 0},
+        {"empty", {}, 0, reader_error_section},
+        {"cut in the header", {}, 50, reader_error_section},
+        {"cut in the text", {}, n - 1, reader_error_section},
+        {"a byte more", {}, n + 1, reader_error_size},
+        {"magic", {{0, 'F', 1}}, n, reader_error_magic},
+        {"newer version", {{4, 2, 4}}, n, reader_error_version},
+        {"section table", {{8 + 16, 109, 8}}, n, reader_error_section},
+        {"section size", {{8 + 8, 24, 8}}, n, reader_error_section},
+        {"too many feeds", {{pools, 101, 4}}, n, reader_error_count},
+        {"one feed more than stored", {{pools, 3, 4}}, n, any_error},
+        {"string past the text", {{first_feed + 16 + 16, 1u << 30, 8}}, n, reader_error_string},
+        {"string length", {{first_feed + 16 + 8, ~0ull, 8}}, n, reader_error_string},
+        {"feed type", {{first_feed, 7, 4}}, n, reader_error_records},
+        {"entry type", {{first_entry, 1, 4}}, n, any_error},
+        {"entry generation", {{first_entry + 12, 2, 4}}, n, reader_error_records},
+        {"counter", {{88 + 4, 7, 4}}, n, reader_error_records},
+        {"code points", {{text_section - 8, 0x20, 4}}, n, reader_error_records},
+        {"entry of a missing feed", {{first_entry + 8, 9, 4}}, n, reader_error_records},
+        {"feed entry count", {{first_feed + 8, 2, 4}}, n, reader_error_records},
+        {"duplicate feed id", {{first_feed + 744 + 4, 1, 4}}, n, reader_error_records},
+        {"author count", {{first_entry + 16, 2, 4}}, n, reader_error_records},
         // Consistent counts, but a link that no owner counts: the Atom
         // entry's author link turned into an RSS category link.
-        {"link of an owner of the other layout",
-         [&](std::vector<u8> &b) {
-             put<u32>(b, first_link, link_kind_rss_entry_category);
-             put<u32>(b, first_entry + 16, 0);
-         },
-         reader_error_records},
+        {"link of an owner of the other layout", {{first_link, link_kind_rss_entry_category, 4}, {first_entry + 16, 0, 4}},
+         n, reader_error_records},
         {"link to a missing category",
-         [&](std::vector<u8> &b) {
-             put<u32>(b, first_link, link_kind_atom_entry_category);
-             put<u32>(b, first_link + 8, 5);
-             put<u32>(b, first_entry + 16, 0);
-         },
+         {{first_link, link_kind_atom_entry_category, 4}, {first_link + 8, 5, 4}, {first_entry + 16, 0, 4}}, n,
          reader_error_records},
-        {"atom link of a missing entry",
-         [&](std::vector<u8> &b) {
-             put<u32>(b, first_link - 4 - 120 + 4, 3); // the atom link's owner id
-             put<u32>(b, first_entry + 28, 0);          // the entry's link count
-         },
+        // The atom link's owner id, and the entry's link count.
+        {"atom link of a missing entry", {{first_link - 120, 3, 4}, {first_entry + 28, 0, 4}}, n, reader_error_records},
+        {"generation beyond its entries", {{88 + 16, 5000000, 4}, {first_entry + 12, 5000000, 4}}, n,
          reader_error_records},
-        {"generation beyond its entries",
-         [&](std::vector<u8> &b) {
-             put<u32>(b, 88 + 16, 5000000);
-             put<u32>(b, first_entry + 12, 5000000);
-         },
-         reader_error_records},
-        {"text larger than the area", [&](std::vector<u8> &b) { put<u32>(b, text_section, 0x7000000); },
-         reader_error_text},
+        {"text larger than the area", {{text_section, 0x7000000, 4}}, n, reader_error_text},
     };
     for (const row &r : rows) {
         std::vector<u8> bytes = good;
-        r.damage(bytes);
-        std::string p = folder.file("damaged.bin");
-        write_bytes(p, bytes);
-        u32 error = read_back(p);
+        bytes.resize(r.size);
+        for (auto [offset, value, size] : r.changes) memcpy(bytes.data() + offset, &value, size);
+        write_bytes(folder.file("damaged.bin"), bytes);
+        u32 error = read_back(folder.file("damaged.bin"));
         if (r.error == any_error) EXPECT_NE(error, 0u) << r.what;
         else EXPECT_EQ(error, r.error) << r.what;
     }

@@ -278,7 +278,7 @@ TEST(ReaderGenerations, AdvanceAndNeighbours) {
     test_reader_t t;
     u32 minimum = 0, maximum = 0;
     reader_generation_advance(&t.reader, &minimum, &maximum);
-    EXPECT_EQ(t.reader.generation * 100 + minimum * 10 + maximum, 111u) << "generation, minimum, maximum";
+    EXPECT_EQ((std::vector<u32>{t.reader.generation, minimum, maximum}), (std::vector<u32>{1, 1, 1}));
     feed_t *feed = t.rss_feed("http://f", "F");
     for (u32 g : {1u, 3u, 4u, 6u}) {
         t.reader.generation = g;
@@ -314,23 +314,6 @@ TEST(ReaderCompact, RenumbersGenerationsWithoutGaps) {
     none.reader.generation = 4;
     reader_renumber_generations(&none.reader, &none.frame_memory);
     EXPECT_EQ(none.reader.generation, 0u);
-}
-
-TEST(ReaderCompact, SecondCompactionLogsNoDifference) {
-    test_reader_t t;
-    feed_t *feed = t.rss_feed("http://f", "F");
-    t.rss_entry(feed, "e", "g", make_date(2024, 1, 1), {"c"});
-    t.add("garbage left behind");
-    reader_compact(&t.reader);
-    reader_rebase(&t.reader);
-    u64 mark = log_main_mark();
-    reader_compact(&t.reader);
-    reader_rebase(&t.reader);
-    std::string size = std::to_string(t.reader.text.used);
-    EXPECT_NE(log_main_since(mark).find("compact_memory diff: " + size + " - " + size + " = 0\n"), std::string::npos)
-        << log_main_since(mark);
-    EXPECT_EQ(text_of(feed_get_title(feed)), "F");
-    EXPECT_EQ(t.reader.text_block_spare.used, 0u) << "the old block is given back";
 }
 
 static std::vector<std::pair<u8 *, u64>> g_released;
@@ -383,25 +366,5 @@ TEST(ReaderAuditDeathTest, CatchesBrokenCounts) {
         t.rss_entry(t.rss_feed("http://f", "F"), "e", "g", make_date(2024, 1, 1), {"a"})->rss.category_count = 2;
         EXPECT_FALSE(reader_audit_check(&t.reader));
         EXPECT_DEATH(reader_audit(&t.reader), "counts disagree with its links");
-    }
-    {
-        // A link whose person is gone doesn't count for its owner.
-        test_reader_t t;
-        feed_t *feed = t.atom_feed("http://f", "F");
-        person_t *p = t.person("ann");
-        reader_new_link(&t.reader, link_kind_atom_feed_contributor, feed->id, p->id);
-        feed->atom.contributor_count = 1;
-        EXPECT_TRUE(reader_audit_check(&t.reader));
-        p->id = 0;
-        pool_release(&t.reader.persons, p, sizeof(person_t));
-        EXPECT_FALSE(reader_audit_check(&t.reader));
-    }
-    {
-        test_reader_t t;
-        t.rss_feed("http://f", "F");
-        meta_t *meta = reader_get_meta(&t.reader, 1);
-        meta->feed_id = 0;
-        pool_release(&t.reader.metas, meta, sizeof(meta_t));
-        EXPECT_FALSE(reader_audit_check(&t.reader)) << "a feed without its meta record";
     }
 }
