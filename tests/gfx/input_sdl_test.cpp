@@ -50,11 +50,14 @@ void push_key(SDL_Scancode scancode, SDL_Keycode sym, bool down, u16 mod = 0, bo
     e.type = down ? SDL_KEYDOWN : SDL_KEYUP;
     e.key.state = down ? SDL_PRESSED : SDL_RELEASED;
     e.key.repeat = repeat ? 1 : 0;
-    e.key.keysym.scancode = scancode;
-    e.key.keysym.sym = sym;
-    e.key.keysym.mod = mod;
-    e.key.windowID = 0;
+    e.key.keysym = {scancode, sym, mod, 0};
     SDL_PushEvent(&e);
+}
+
+// One key event and the pump after it.
+void key(SDL_Scancode scancode, SDL_Keycode sym, bool down, u16 mod = 0, bool repeat = false) {
+    push_key(scancode, sym, down, mod, repeat);
+    window_handle_messages(&window, 0);
 }
 
 void push_text(const char *text) {
@@ -78,15 +81,12 @@ TEST_F(sdl_input_t, KeysReachTheirIds) {
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(SDL_GetScancodeName(c.scancode));
-        push_key(c.scancode, c.sym, true);
-        pump();
+        key(c.scancode, c.sym, true);
         EXPECT_TRUE(key_went_down(&window, c.key));
-        push_key(c.scancode, c.sym, true, 0, true);
-        pump();
+        key(c.scancode, c.sym, true, 0, true);
         EXPECT_FALSE(key_went_down(&window, c.key));
         EXPECT_TRUE(key_went_down_or_repeated(&window, c.key));
-        push_key(c.scancode, c.sym, false);
-        pump();
+        key(c.scancode, c.sym, false);
         EXPECT_TRUE(key_went_up(&window, c.key));
         EXPECT_FALSE(key_is_down(&window, c.key));
     }
@@ -94,12 +94,10 @@ TEST_F(sdl_input_t, KeysReachTheirIds) {
 
 TEST_F(sdl_input_t, LettersFollowTheLayout) {
     // On a layout where the key at the place of Q types "a", that key is A.
-    push_key(SDL_SCANCODE_Q, SDLK_a, true);
-    pump();
+    key(SDL_SCANCODE_Q, SDLK_a, true);
     EXPECT_TRUE(key_is_down(&window, key_a));
     EXPECT_FALSE(key_is_down(&window, key_q));
-    push_key(SDL_SCANCODE_Q, SDLK_a, false);
-    pump();
+    key(SDL_SCANCODE_Q, SDLK_a, false);
 }
 
 TEST_F(sdl_input_t, ControlKeysAlsoTypeTheirCharacter) {
@@ -107,25 +105,21 @@ TEST_F(sdl_input_t, ControlKeysAlsoTypeTheirCharacter) {
     push_key(SDL_SCANCODE_RETURN, SDLK_RETURN, false);
     push_key(SDL_SCANCODE_BACKSPACE, SDLK_BACKSPACE, true);
     push_text("x\xC3\xA9");
-    push_key(SDL_SCANCODE_TAB, SDLK_TAB, true);
-    pump();
+    key(SDL_SCANCODE_TAB, SDLK_TAB, true);
     EXPECT_EQ(std::string((char *)window.text_utf8, window.text_bytes), std::string("\r\bx\xC3\xA9\t"));
     EXPECT_EQ(window.text_count, 5u);
     EXPECT_EQ(window.text_code_points[3], 0xE9u);
     EXPECT_EQ(key_transitions(&window, key_enter), 2u);
     push_key(SDL_SCANCODE_BACKSPACE, SDLK_BACKSPACE, false);
-    push_key(SDL_SCANCODE_TAB, SDLK_TAB, false);
-    pump();
+    key(SDL_SCANCODE_TAB, SDLK_TAB, false);
 }
 
 TEST_F(sdl_input_t, AltF4AndTheWindowsCloseButtonAskToClose) {
     for (u16 mod : {(u16)0, (u16)KMOD_LALT}) {
-        push_key(SDL_SCANCODE_F4, SDLK_F4, true, mod);
-        pump();
+        key(SDL_SCANCODE_F4, SDLK_F4, true, mod);
         EXPECT_EQ(window.closing, mod ? 1u : 0u);
         EXPECT_EQ(window.text_count, 0u);
-        push_key(SDL_SCANCODE_F4, SDLK_F4, false, mod);
-        pump();
+        key(SDL_SCANCODE_F4, SDLK_F4, false, mod);
     }
 
     window.closing = 0;

@@ -52,6 +52,11 @@ struct input_fixture_t : ::testing::Test {
         pump(); // whatever an earlier test left queued
     }
     void pump() { window_handle_messages(&window, 0); }
+    // One frame: the events queued, then the pump.
+    void step(std::initializer_list<os_window_event_t> events) {
+        for (const os_window_event_t &e : events) push(e);
+        pump();
+    }
     // down, went down, went up, went down or repeated
     std::string queries(u32 key) {
         return std::string() + "01"[key_is_down(&window, key)] + "01"[key_went_down(&window, key)] +
@@ -61,15 +66,12 @@ struct input_fixture_t : ::testing::Test {
 };
 
 TEST_F(input_fixture_t, AKeyHeldAcrossFrames) {
-    push(key_event(0x41, true));
-    pump();
+    step({key_event(0x41, true)});
     EXPECT_EQ(queries(key_a), "1101");
     EXPECT_EQ(key_transitions(&window, key_a), 1u);
 
     // Auto-repeat: no new transition, only the repeat bit.
-    push(key_event(0x41, true, 0, os_key_repeat));
-    push(key_event(0x41, true, 0, os_key_repeat));
-    pump();
+    step({key_event(0x41, true, 0, os_key_repeat), key_event(0x41, true, 0, os_key_repeat)});
     EXPECT_EQ(queries(key_a), "1001");
     EXPECT_EQ(key_transitions(&window, key_a), 0u);
 
@@ -77,8 +79,7 @@ TEST_F(input_fixture_t, AKeyHeldAcrossFrames) {
     pump();
     EXPECT_EQ(queries(key_a), "1000");
 
-    push(key_event(0x41, false));
-    pump();
+    step({key_event(0x41, false)});
     EXPECT_EQ(queries(key_a), "0010");
     pump();
     EXPECT_EQ(queries(key_a), "0000");
@@ -92,8 +93,7 @@ TEST_F(input_fixture_t, PressAndReleaseInOnePumpCountsTwoTransitions) {
         EXPECT_EQ(key_transitions(&window, key_space), 2u * taps);
     }
     // Print Screen sends only its release: it still counts.
-    push(key_event(0x2C, false, 0x37, os_key_extended));
-    pump();
+    step({key_event(0x2C, false, 0x37, os_key_extended)});
     EXPECT_EQ(queries(key_print_screen), "0010");
 }
 
@@ -110,13 +110,11 @@ TEST_F(input_fixture_t, GenericModifiersAlsoWriteTheirSide) {
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(testing::Message() << "virtual key " << c.virtual_key << " flags " << c.flags);
-        push(key_event(c.virtual_key, true, c.scan, c.flags));
-        pump();
+        step({key_event(c.virtual_key, true, c.scan, c.flags)});
         EXPECT_EQ(queries(c.generic), "1101");
         EXPECT_EQ(window.keys[c.side], window.keys[c.generic]);
         EXPECT_EQ(window.keys[c.other_side], 0);
-        push(key_event(c.virtual_key, false, c.scan, c.flags & ~(u32)os_key_system));
-        pump();
+        step({key_event(c.virtual_key, false, c.scan, c.flags & ~(u32)os_key_system)});
         EXPECT_EQ(queries(c.side), "0010");
         pump();
     }
@@ -138,8 +136,7 @@ TEST_F(input_fixture_t, CloseRequests) {
     for (const auto &c : cases) {
         SCOPED_TRACE(c.what);
         window.closing = 0;
-        push(c.event);
-        pump();
+        step({c.event});
         EXPECT_EQ(window.closing, c.closing);
         EXPECT_EQ(window.running, 1u); // only the frame loop clears it
     }
@@ -179,37 +176,29 @@ TEST_F(input_fixture_t, ABurstKeepsThe32FirstCharacters) {
 }
 
 TEST_F(input_fixture_t, ButtonsWheelAndPointer) {
-    push(button_event(1, true, 10, 20));
-    os_window_event_t wheel = event(os_input_wheel);
-    wheel.wheel = 2;
-    push(wheel);
-    wheel.wheel = -1;
-    push(wheel); // the last wheel of a pump counts
-    pump();
+    os_window_event_t up = event(os_input_wheel), down = event(os_input_wheel);
+    up.wheel = 2;
+    down.wheel = -1;
+    step({button_event(1, true, 10, 20), up, down}); // the last wheel of a pump counts
     EXPECT_EQ(queries(key_left_button), "1101");
     EXPECT_EQ(window.mouse_x, 10);
     EXPECT_EQ(window.mouse_y, window.height - 1 - 20);
     EXPECT_EQ(window.wheel, -1.0f);
 
-    push(button_event(1, false, 30, 0));
-    pump();
+    step({button_event(1, false, 30, 0)});
     EXPECT_EQ(queries(key_left_button), "0010");
     EXPECT_EQ(window.mouse_y, window.height - 1);
     EXPECT_EQ(window.wheel, 0.0f);
 
     // Side buttons are keys 4 and 5; out-of-range buttons are ignored.
-    push(button_event(5, true, 30, 0));
-    push(button_event(9, true, 30, 0));
-    pump();
+    step({button_event(5, true, 30, 0), button_event(9, true, 30, 0)});
     EXPECT_EQ(queries(key_x2_button), "1101");
 }
 
 TEST_F(input_fixture_t, FocusLostReleasesHeldKeys) {
-    push(key_event(0x42, true));
-    pump();
+    step({key_event(0x42, true)});
     ASSERT_TRUE(key_is_down(&window, key_b));
-    push(event(os_input_focus_lost));
-    pump();
+    step({event(os_input_focus_lost)});
     EXPECT_EQ(queries(key_b), "0010");
     EXPECT_EQ(window.focus_seen, 1u);
 }
@@ -217,22 +206,16 @@ TEST_F(input_fixture_t, FocusLostReleasesHeldKeys) {
 TEST_F(input_fixture_t, FocusGainedReadsTheKeysOfThisMoment) {
     // The layer believes B is down (its own record of the events) but the
     // pointer lies outside the client area: mouse keys read up.
-    push(key_event(0x42, true));
-    push(event(os_input_mouse_move, -5, -5));
-    push(button_event(1, true, -5, -5));
-    pump();
-    push(event(os_input_focus_gained));
-    pump();
+    step({key_event(0x42, true), event(os_input_mouse_move, -5, -5), button_event(1, true, -5, -5)});
+    step({event(os_input_focus_gained)});
     EXPECT_EQ(window.keys[key_b], 1);           // down, no transitions
     EXPECT_EQ(window.keys[key_left_button], 0); // outside: up
     EXPECT_EQ(window.focus_seen, 1u);
-    push(key_event(0x42, false));
-    pump();
+    step({key_event(0x42, false)});
 }
 
 TEST_F(input_fixture_t, SizeChangesLastOneFrame) {
-    push(event(os_input_resized, 640, 480)); // the headless layer carries the new size in x and y
-    pump();
+    step({event(os_input_resized, 640, 480)}); // the headless layer carries the new size in x and y
     EXPECT_EQ(window.resized, 1u);
     EXPECT_EQ(window.width, 640);
     EXPECT_EQ(window.height, 480);

@@ -69,11 +69,7 @@ TEST(HtmlEncodingFrame, ShortCases) {
 }
 
 TEST(HtmlEncodingFrame, UnknownEncodingAndEndOfInput) {
-    hp_reader_t reader = {};
-    const u8 bytes[] = {'a'};
-    reader.position = bytes;
-    reader.end = bytes + 1;
-    reader.pending = code_point_none;
+    hp_reader_t reader = reader_over("a", 1);
     u32 error = 0;
     EXPECT_EQ(hp_decode_codepoint(&reader, 41, &error), code_point_none);
     EXPECT_EQ(error, (u32)html_tokenizer_error_invalid_encoding_name);
@@ -117,42 +113,19 @@ struct family_t {
     std::string (*bytes)(u32 pointer);
 };
 
-static std::string big5_bytes(u32 p) {
-    u32 t = p % 157;
-    return two_bytes(p / 157 + 0x81, t + (t < 0x3F ? 0x40 : 0x62));
-}
-static std::string euc_jp_bytes(u32 p) { return two_bytes(p / 94 + 0xA1, p % 94 + 0xA1); }
-static std::string euc_jp_jis0212_bytes(u32 p) { return "\x8F" + euc_jp_bytes(p); }
-static std::string iso_2022_jp_bytes(u32 p) { return "\x1B$B" + two_bytes(p / 94 + 0x21, p % 94 + 0x21); }
-static std::string shift_jis_bytes(u32 p) {
-    u32 lead = p / 188, trail = p % 188;
-    return two_bytes(lead + (lead < 0x1F ? 0x81 : 0xC1), trail + (trail < 0x3F ? 0x40 : 0x41));
-}
-static std::string euc_kr_bytes(u32 p) { return two_bytes(p / 190 + 0x81, p % 190 + 0x41); }
-static std::string gbk_bytes(u32 p) {
-    u32 t = p % 190;
-    return two_bytes(p / 190 + 0x81, t + (t < 0x3F ? 0x40 : 0x41));
-}
-
+// Every pointer below the limit: its code point, or U+FFFD first when the
+// index has none (Big5's four pairs give two code points).
 static void check_family(const family_t &f, const std::map<u32, u32> &index, bool skip_pua) {
-    u32 checked = 0, unmapped = 0;
+    u32 checked = 0;
     for (u32 p = 0; p < f.pointer_limit; p++) {
         if (skip_pua && p >= 8836 && p <= 10715) continue;
         std::vector<u32> got = decode_all(f.encoding, f.bytes(p));
         auto it = index.find(p);
-        if (f.encoding == 32 && (p == 1133 || p == 1135 || p == 1164 || p == 1166)) {
-            ASSERT_EQ(got.size(), 2u);
-            continue;
-        }
-        if (it != index.end()) {
-            ASSERT_EQ(got.size(), 1u) << f.name << " pointer " << p;
-            EXPECT_EQ(got[0], it->second) << f.name << " pointer " << p;
-            checked++;
-        } else {
-            ASSERT_GE(got.size(), 1u);
-            EXPECT_EQ(got[0], 0xFFFDu) << f.name << " unmapped pointer " << p;
-            unmapped++;
-        }
+        bool pair = f.encoding == 32 && (p == 1133 || p == 1135 || p == 1164 || p == 1166);
+        // An unmapped pair may give its trail byte back as a character.
+        ASSERT_TRUE(pair ? got.size() == 2 : it != index.end() ? got.size() == 1 : got.size() >= 1) << f.name << " " << p;
+        if (!pair) EXPECT_EQ(got[0], it != index.end() ? it->second : 0xFFFDu) << f.name << " pointer " << p;
+        checked += it != index.end();
     }
     EXPECT_GT(checked, 0u) << f.name;
 }
@@ -161,28 +134,33 @@ TEST(HtmlEncodingData, MultiByteIndexesEveryPointer) {
     std::map<u32, u32> big5 = read_index("big5"), jis0208 = read_index("jis0208"), jis0212 = read_index("jis0212"),
                        euc_kr = read_index("euc-kr"), gb18030 = read_index("gb18030");
     ASSERT_FALSE(big5.empty() || jis0208.empty() || jis0212.empty() || euc_kr.empty() || gb18030.empty());
-    check_family({"big5", 32, 126 * 157, big5_bytes}, big5, false);
-    check_family({"euc-jp", 33, 94 * 94, euc_jp_bytes}, jis0208, false);
-    check_family({"euc-jp jis0212", 33, 94 * 94, euc_jp_jis0212_bytes}, jis0212, false);
-    check_family({"iso-2022-jp", 34, 94 * 94, iso_2022_jp_bytes}, jis0208, false);
-    check_family({"shift_jis", 35, 60 * 188, shift_jis_bytes}, jis0208, true);
-    check_family({"euc-kr", 36, 125 * 190, euc_kr_bytes}, euc_kr, false);
-    check_family({"gb18030", 31, 126 * 190, gbk_bytes}, gb18030, false);
-    check_family({"gbk", 30, 126 * 190, gbk_bytes}, gb18030, false);
+    check_family({"big5", 32, 126 * 157, [](u32 p) {
+                      u32 t = p % 157;
+                      return two_bytes(p / 157 + 0x81, t + (t < 0x3F ? 0x40 : 0x62));
+                  }}, big5, false);
+    check_family({"euc-jp", 33, 94 * 94, [](u32 p) { return two_bytes(p / 94 + 0xA1, p % 94 + 0xA1); }}, jis0208, false);
+    check_family({"euc-jp jis0212", 33, 94 * 94, [](u32 p) { return "\x8F" + two_bytes(p / 94 + 0xA1, p % 94 + 0xA1); }},
+                 jis0212, false);
+    check_family({"iso-2022-jp", 34, 94 * 94, [](u32 p) { return "\x1B$B" + two_bytes(p / 94 + 0x21, p % 94 + 0x21); }},
+                 jis0208, false);
+    check_family({"shift_jis", 35, 60 * 188, [](u32 p) {
+                      u32 lead = p / 188, trail = p % 188;
+                      return two_bytes(lead + (lead < 0x1F ? 0x81 : 0xC1), trail + (trail < 0x3F ? 0x40 : 0x41));
+                  }}, jis0208, true);
+    check_family({"euc-kr", 36, 125 * 190, [](u32 p) { return two_bytes(p / 190 + 0x81, p % 190 + 0x41); }}, euc_kr, false);
+    auto gbk = [](u32 p) {
+        u32 t = p % 190;
+        return two_bytes(p / 190 + 0x81, t + (t < 0x3F ? 0x40 : 0x41));
+    };
+    check_family({"gb18030", 31, 126 * 190, gbk}, gb18030, false);
+    check_family({"gbk", 30, 126 * 190, gbk}, gb18030, false);
     // Every pointer of every index lies where the decoders reach it.
     for (auto &e : jis0212) EXPECT_LT(e.first, 94u * 94u);
     EXPECT_LT(big5.rbegin()->first, 126u * 157u);
 }
 
 static std::string gb_four_bytes(u32 p) {
-    std::string s;
-    s += (char)(p / 12600 + 0x81);
-    p %= 12600;
-    s += (char)(p / 1260 + 0x30);
-    p %= 1260;
-    s += (char)(p / 10 + 0x81);
-    s += (char)(p % 10 + 0x30);
-    return s;
+    return {(char)(p / 12600 + 0x81), (char)(p % 12600 / 1260 + 0x30), (char)(p % 1260 / 10 + 0x81), (char)(p % 10 + 0x30)};
 }
 
 TEST(HtmlEncodingData, Gb18030RangesEveryPair) {
@@ -216,11 +194,8 @@ TEST(HtmlEncodingFrame, RandomBytesInEveryEncoding) {
         std::vector<u8> bytes(1 + round % 37);
         for (auto &b : bytes) b = (u8)(round % 3 ? next() : (next() % 3 ? 0x1B : next()));
         for (u32 id = 1; id <= 40; id++) {
-            hp_reader_t reader = {};
             std::vector<u8> exact(bytes); // a block of exactly this size
-            reader.position = exact.data();
-            reader.end = exact.data() + exact.size();
-            reader.pending = code_point_none;
+            hp_reader_t reader = reader_over(exact.data(), exact.size());
             for (u32 step = 0; step < 200; step++) {
                 u32 error = 0;
                 u32 c = hp_decode_codepoint(&reader, id, &error);

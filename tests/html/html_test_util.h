@@ -25,11 +25,16 @@ struct arena_t {
 };
 
 // Every code point of `bytes` in `encoding` through the tokenizer's frame.
-inline std::vector<u32> decode_all(u32 encoding, const std::string &bytes) {
+inline hp_reader_t reader_over(const void *bytes, u64 size) {
     hp_reader_t reader = {};
-    reader.position = (const u8 *)bytes.data();
-    reader.end = reader.position + bytes.size();
+    reader.position = (const u8 *)bytes;
+    reader.end = reader.position + size;
     reader.pending = code_point_none;
+    return reader;
+}
+
+inline std::vector<u32> decode_all(u32 encoding, const std::string &bytes) {
+    hp_reader_t reader = reader_over(bytes.data(), bytes.size());
     std::vector<u32> out;
     for (u64 guard = 0; guard < 4 * bytes.size() + 8; guard++) {
         u32 error = 0;
@@ -105,31 +110,10 @@ inline void tree_string_node(const html_node_t *node, std::string &out) {
     }
 }
 
-struct built_t {
-    std::string tree;
-    u32 token_error = 0;
-    u32 tree_error = 0;
-    u64 node_count = 0;
-};
-
-inline built_t build(const std::string &input, u32 tolerant) {
-    data_t in = view(input);
-    built_t result;
-    arena_t token_arena(hp_tokenizer_size(&in));
-    html_tokens_t tokens = hp_tokenizer(&token_arena.data, &in, 0, &result.token_error);
-    arena_t tree_arena(hp_tree_size(&tokens));
-    html_tree_t tree = hp_tree_construction(&tree_arena.data, &tokens, tolerant, &result.tree_error);
-    result.node_count = tree.node_count;
-    for (u32 i = 0; tree.nodes && i < tree.nodes->child_count; i++) {
-        if (i) result.tree += " ";
-        tree_string_node(tree.nodes->children[i], result.tree);
-    }
-    return result;
-}
-
-// Tokens and tree of `input`, with their arenas kept alive.
+// Tokens and tree of `input`, with their arenas kept alive; the tree is
+// built from the tokens before a tokenizer error.
 struct parsed_t {
-    u32 error = 0;
+    u32 token_error = 0, tree_error = 0;
     std::string input;
     data_t in;
     arena_t token_arena;
@@ -138,8 +122,18 @@ struct parsed_t {
     html_tree_t tree;
     parsed_t(const std::string &s, u32 tolerant)
         : input(s), in(view(input)), token_arena(hp_tokenizer_size(&in)),
-          tokens(hp_tokenizer(&token_arena.data, &in, 0, &error)), tree_arena(hp_tree_size(&tokens)),
-          tree(hp_tree_construction(&tree_arena.data, &tokens, tolerant, &error)) {}
+          tokens(hp_tokenizer(&token_arena.data, &in, 0, &token_error)), tree_arena(hp_tree_size(&tokens)),
+          tree(hp_tree_construction(&tree_arena.data, &tokens, tolerant, &tree_error)) {}
+    parsed_t(const parsed_t &) = delete;
+    // The root's children as nested text.
+    std::string shape() const {
+        std::string out;
+        for (u32 i = 0; tree.nodes && i < tree.nodes->child_count; i++) {
+            if (i) out += " ";
+            tree_string_node(tree.nodes->children[i], out);
+        }
+        return out;
+    }
 };
 
 inline std::string read_file(const std::string &path) {

@@ -40,10 +40,9 @@ TEST(HtmlTree, Shapes) {
         {"<pre><pre>a</pre></pre> x  y", "pre(pre('a')) 'x y'", 0},
     };
     for (auto &c : cases) {
-        built_t t = build(c.input, 1);
-        EXPECT_EQ(t.tree, c.tolerant) << c.input;
+        parsed_t t(c.input, 1), s(c.input, 0);
+        EXPECT_EQ(t.shape(), c.tolerant) << c.input;
         EXPECT_EQ(t.tree_error, 0u) << c.input;
-        built_t s = build(c.input, 0);
         EXPECT_EQ(s.tree_error, c.strict_error) << c.input;
     }
 }
@@ -51,17 +50,16 @@ TEST(HtmlTree, Shapes) {
 // In strict mode the first error ends the tokens, and what was built
 // before it is still a finished tree.
 TEST(HtmlTree, StrictStopsAtFirstError) {
-    built_t s = build("<div>a</div><custom>b</custom><p>c</p>", 0);
+    parsed_t s("<div>a</div><custom>b</custom><p>c</p>", 0), unclosed("<div><span>x</span>", 0);
     EXPECT_EQ(s.tree_error, 24u);
-    EXPECT_EQ(s.tree, "div('a')");
-    s = build("<div><span>x</span>", 0);
-    EXPECT_EQ(s.tree_error, 31u);
-    EXPECT_EQ(s.tree, "div(span('x'))");
+    EXPECT_EQ(s.shape(), "div('a')");
+    EXPECT_EQ(unclosed.tree_error, 31u);
+    EXPECT_EQ(unclosed.shape(), "div(span('x'))");
 }
 
 TEST(HtmlTree, AttributeValuesAndLookups) {
     parsed_t p("<a href=\"x&amp;y\" download target=''>t</a>", 0);
-    ASSERT_EQ(p.error, 0u);
+    ASSERT_EQ(p.token_error + p.tree_error, 0u);
     html_node_t *a = html_node_child(p.tree.nodes, 0);
     ASSERT_TRUE(html_node_is_element(a, html_element_a));
     html_node_attribute_t *href = html_node_get_attribute(a, html_attr_href);
@@ -105,8 +103,8 @@ TEST(HtmlTree, Traversal) {
     for (auto &c : cases) {
         parsed_t p(c.input, 1);
         arena_t stack(html_tree_traversal_size(p.tokens.token_count + 1));
-        html_tree_traversal_t walk = html_tree_traversal_create(&stack.data, p.tree.nodes, p.tree.node_count, &p.error);
-        ASSERT_EQ(p.error, 0u);
+        html_tree_traversal_t walk = html_tree_traversal_create(&stack.data, p.tree.nodes, p.tree.node_count, &p.tree_error);
+        ASSERT_EQ(p.tree_error, 0u);
         std::string out;
         for (; html_tree_traversal_has_next(&walk); html_tree_traversal_step(&walk)) {
             html_node_t *node = html_tree_traversal_node(&walk);
@@ -145,9 +143,9 @@ TEST(HtmlTree, ManyChildren) {
     std::string input = "<div>";
     for (u32 i = 0; i < 70000; i++) input += "<br>";
     input += "x</div>";
-    built_t b = build(input, 1);
+    parsed_t b(input, 1);
     EXPECT_EQ(b.tree_error, 0u);
-    EXPECT_EQ(b.node_count, 2u + 65535u);
+    EXPECT_EQ(b.tree.node_count, 2u + 65535u);
 }
 
 // The one-call parse, with its arena kept alive.
