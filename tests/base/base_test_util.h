@@ -24,6 +24,13 @@ inline void write_whole(const std::string &path, const std::string &bytes) {
     out.write(bytes.data(), (std::streamsize)bytes.size());
 }
 
+// The error code a call leaves, starting from none: error_of([&](u32 *e) { f(..., e); }).
+template <typename F> u32 error_of(F call) {
+    u32 error = 0;
+    call(&error);
+    return error;
+}
+
 // A fresh folder under the system's temporary folder, removed at the end.
 struct temp_folder_t {
     std::string path;

@@ -9,11 +9,10 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <functional>
-#include <map>
 #include <string>
 #include <thread>
 #include <vector>
@@ -44,13 +43,16 @@ profiler_thread_t *on_profiled_thread(u32 type, u64 capacity, const std::functio
     return record;
 }
 
+// Spans nested in the order given.
+void nested(std::initializer_list<u32> labels) {
+    for (u32 l : labels) mark_start(l);
+    for (auto l = std::rbegin(labels); l != std::rend(labels); ++l) mark_end(*l);
+}
+
 // One frame: a collapsible span with a fixed amount of detail (6 events).
 void frame_with_detail() {
     mark_collapse_start(label_frame);
-    mark_start(label_window_content);
-    mark_start(label_layout_text);
-    mark_end(label_layout_text);
-    mark_end(label_window_content);
+    nested({label_window_content, label_layout_text});
     {
         PROFILE_SCOPE(render);
     }
@@ -59,17 +61,17 @@ void frame_with_detail() {
 
 u64 events_of(const profiler_thread_t *t) { return (u64)(t->write - t->events); }
 
-std::string label_name(u32 label) { return profiler_label_names[label]; }
+// Runs the report tool on `arguments` and gives back what it printed and its exit status.
+std::string run_tool(const std::string &arguments, int *status) {
+    FILE *pipe = popen((std::string(TIDEWRACK_PROFILE_TOOL) + " " + arguments).c_str(), "r");
+    std::string printed;
+    char buffer[65536];
+    for (size_t n; pipe && (n = fread(buffer, 1, sizeof(buffer), pipe)) > 0;) printed.append(buffer, n);
+    *status = pipe ? pclose(pipe) : -1;
+    return printed;
+}
 
 } // namespace
-
-TEST(Profiler, LabelTable) {
-    EXPECT_EQ(label_name(label_profiler_collapse), "profiler_collapse");
-    EXPECT_EQ(label_name(label_frame), "frame");
-    EXPECT_EQ(label_name(label_draw_left_panel), "draw_left_panel");
-    EXPECT_EQ(label_draw_left_panel, 114u);
-    EXPECT_EQ(label_thread_loop, 25u);
-}
 
 TEST(Profiler, UnregisteredThreadMarksNothing) {
     profiler_start_once();
@@ -80,28 +82,9 @@ TEST(Profiler, UnregisteredThreadMarksNothing) {
         mark_collapse_start(label_frame);
         mark_collapse_end(label_frame);
         EXPECT_EQ(profiler_thread_current(), before);
-        EXPECT_EQ(before->events, nullptr);
         EXPECT_EQ(before->write, nullptr);
     });
     t.join();
-}
-
-TEST(Profiler, MarksWritePairsInOrder) {
-    profiler_start_once();
-    profiler_thread_t *t = on_profiled_thread(profiler_thread_worker, 100, [] {
-        mark_start(label_http_file_open);
-        mark_start(label_http_file_get);
-        mark_end(label_http_file_get);
-        mark_end(label_http_file_open);
-    });
-    ASSERT_EQ(events_of(t), 4u);
-    EXPECT_EQ(t->events[0].label, (u32)label_http_file_open);
-    EXPECT_EQ(t->events[0].kind, profiler_kind_start);
-    EXPECT_EQ(t->events[1].label, (u32)label_http_file_get);
-    EXPECT_EQ(t->events[2].kind, profiler_kind_end);
-    EXPECT_EQ(t->events[3].label, (u32)label_http_file_open);
-    for (u32 i = 1; i < 4; i++) EXPECT_GE(t->events[i].time, t->events[i - 1].time);
-    for (u32 l = 0; l < profiler_label_count; l++) EXPECT_EQ(t->depth[l], 0u);
 }
 
 TEST(Profiler, CollapseKeepsTheLastSixtyFramesInFull) {
@@ -115,6 +98,8 @@ TEST(Profiler, CollapseKeepsTheLastSixtyFramesInFull) {
             sizes.push_back(events_of(profiler_thread_current()));
         }
     });
+    ASSERT_EQ(first_frame.size(), 8u);
+    for (u32 i = 1; i < 8; i++) EXPECT_GE(first_frame[i].time, first_frame[i - 1].time);
     // Frames 1 to 60 add 8 events each. From frame 61 on, a frame adds its 8,
     // takes the 6 of detail of the oldest, and adds the pair that measures
     // the collapse: 4 a frame.
@@ -123,18 +108,15 @@ TEST(Profiler, CollapseKeepsTheLastSixtyFramesInFull) {
     EXPECT_EQ(t->collapse_count, 100u);
 
     // The first frame is now its two events, marked as collapsed, with the
-    // times they had.
-    ASSERT_EQ(first_frame.size(), 8u);
+    // times they had; then the second frame's start, also collapsed.
     EXPECT_EQ(t->events[0].kind, profiler_kind_collapse_start | profiler_kind_collapsed);
     EXPECT_EQ(t->events[1].kind, profiler_kind_collapse_end | profiler_kind_collapsed);
     EXPECT_EQ(t->events[0].time, first_frame[0].time);
     EXPECT_EQ(t->events[1].time, first_frame[7].time);
     EXPECT_EQ(t->events[1].label, (u32)label_frame);
-    // Then the second frame's start, also collapsed.
     EXPECT_EQ(t->events[2].kind, profiler_kind_collapse_start | profiler_kind_collapsed);
 
-    // The last 60 frames are whole: the last frame's start points at its
-    // full detail.
+    // The last frame's start points at its full detail.
     profiler_event_t *last = t->collapse_start[99 % profiler_collapse_frames];
     EXPECT_EQ(last->kind, profiler_kind_collapse_start);
     EXPECT_EQ(last[1].label, (u32)label_window_content);
@@ -144,18 +126,10 @@ TEST(Profiler, CollapseKeepsTheLastSixtyFramesInFull) {
 TEST(Profiler, FullBufferSkipsWholeSpans) {
     profiler_start_once();
     profiler_thread_t *t = on_profiled_thread(profiler_thread_worker, 10, [] {
-        for (int round = 0; round < 50; round++) {
-            mark_start(label_x);
-            mark_start(label_extra_step);
-            mark_start(label_image_resize);
-            mark_end(label_image_resize);
-            mark_end(label_extra_step);
-            mark_end(label_x);
-        }
+        for (int round = 0; round < 50; round++) nested({label_x, label_extra_step, label_image_resize});
         for (int frame = 0; frame < 100; frame++) frame_with_detail();
     });
     EXPECT_LE(events_of(t), 10u);
-    EXPECT_EQ(events_of(t) % 2, 0u);
     EXPECT_EQ(t->open, 0u);
     EXPECT_EQ(t->skipped, 0u);
     // What is there still nests: every start has its end.
@@ -181,29 +155,18 @@ TEST(Profiler, DisableReachesTheCallerAndLaterThreads) {
             profiler_init(profiler_thread_main, 1000, &error);
             profiler_thread_t *main_record = profiler_thread_current();
             profiler_disable(0);
-            mark_start(label_x);
-            mark_end(label_x);
-            mark_collapse_start(label_frame);
-            mark_collapse_end(label_frame);
-            bool main_silent = main_record->write == main_record->events;
-            profiler_thread_t *worker = on_profiled_thread(profiler_thread_worker, 100, [] {
-                mark_start(label_x);
-                mark_end(label_x);
-            });
-            bool worker_silent = worker->write == worker->events;
-            exit(main_silent && worker_silent ? 0 : 1);
+            frame_with_detail();
+            profiler_thread_t *worker = on_profiled_thread(profiler_thread_worker, 100, [] { nested({label_x}); });
+            exit(main_record->write == main_record->events && worker->write == worker->events ? 0 : 1);
         },
         testing::ExitedWithCode(0), "");
     EXPECT_EXIT(
         {
             u32 error = 0;
             profiler_init(profiler_thread_main, 1000, &error);
-            profiler_disable(2); // only the collapse pair
-            mark_collapse_start(label_frame);
-            mark_start(label_x);
-            mark_end(label_x);
-            mark_collapse_end(label_frame);
-            exit(profiler_thread_current()->write - profiler_thread_current()->events == 2 ? 0 : 1);
+            profiler_disable(2); // only the collapse pair is off: the 6 plain marks stay
+            frame_with_detail();
+            exit(events_of(profiler_thread_current()) == 6 ? 0 : 1);
         },
         testing::ExitedWithCode(0), "");
 }
@@ -235,35 +198,22 @@ struct file_head_t {
 std::string write_profile(temp_folder_t &dir) {
     profiler_start_once();
     std::vector<std::thread> workers;
-    std::atomic<u32> done{0};
     for (u32 w = 0; w < 3; w++) {
-        workers.emplace_back([&done, w] {
+        workers.emplace_back([w] {
             u32 error = 0;
             profiler_thread_init(profiler_thread_worker, 5000, &error);
             for (u32 round = 0; round < 70 + w; round++) {
                 mark_collapse_start(label_thread_loop);
-                mark_start(label_thread_do_work);
-                mark_start(label_thread_user_function);
-                mark_start(label_http_file_get);
-                mark_end(label_http_file_get);
-                mark_end(label_thread_user_function);
-                mark_end(label_thread_do_work);
+                nested({label_thread_do_work, label_thread_user_function, label_http_file_get});
                 mark_collapse_end(label_thread_loop);
             }
-            done.fetch_add(1);
         });
     }
     for (auto &t : workers) t.join();
     for (u32 frame = 0; frame < 80; frame++) {
         mark_collapse_start(label_frame);
-        mark_start(label_window_content);
-        mark_start(label_draw_left_panel);
-        mark_start(label_layout_text);
-        mark_start(label_layout_text); // recursive: counted once in the total
-        mark_end(label_layout_text);
-        mark_end(label_layout_text);
-        mark_end(label_draw_left_panel);
-        mark_end(label_window_content);
+        // layout_text is recursive: counted once in the total.
+        nested({label_window_content, label_draw_left_panel, label_layout_text, label_layout_text});
         mark_collapse_end(label_frame);
     }
     profiler_finish();
@@ -286,40 +236,40 @@ u64 count_nodes(const profiler_node_t *node, u32 label) {
 // The file with every number in the other byte order.
 std::string swapped(const std::string &file) {
     std::string out = file;
-    auto swap_at = [&](u64 at, u32 size) {
-        for (u32 i = 0; i < size / 2; i++) std::swap(out[at + i], out[at + size - 1 - i]);
+    u64 at = 0;
+    auto number = [&](u64 where, u32 size) {
+        u64 v = 0;
+        memcpy(&v, file.data() + where, size);
+        return v;
+    };
+    auto swap = [&](u64 count, u32 size) {
+        for (; count; count--, at += size) std::reverse(out.begin() + at, out.begin() + at + size);
     };
     file_head_t head;
     memcpy(&head, file.data(), sizeof(head));
-    memcpy(out.data(), "FORP", 4);
-    swap_at(4, 4);
-    for (u64 at = 8; at < 40; at += 8) swap_at(at, 8);
-    u64 at = 40;
-    u32 type_count, timelines, labels;
-    memcpy(&type_count, file.data() + at, 4);
-    memcpy(&timelines, file.data() + at + 4, 4);
-    memcpy(&labels, file.data() + at + 8, 4);
-    u64 type_names, label_names;
-    memcpy(&type_names, file.data() + at + 12, 8);
-    memcpy(&label_names, file.data() + at + 20, 8);
-    swap_at(at, 4), swap_at(at + 4, 4), swap_at(at + 8, 4), swap_at(at + 12, 8), swap_at(at + 20, 8);
-    at += 28;
-    for (u32 i = 0; i < type_count; i++, at += 2) swap_at(at, 2);
+    swap(2, 4), swap(4, 8); // the magic reads "FORP"
+    u64 type_count = number(40, 4), timelines = number(44, 4), labels = number(48, 4);
+    u64 type_names = number(52, 8), label_names = number(60, 8);
+    swap(3, 4), swap(2, 8), swap(type_count, 2);
     at += type_names;
-    for (u32 i = 0; i < timelines; i++, at += 8) swap_at(at, 8);
-    for (u32 i = 0; i < timelines; i++, at += 4) swap_at(at, 4);
-    for (u32 i = 0; i < labels; i++, at += 2) swap_at(at, 2);
+    swap(timelines, 8), swap(timelines, 4), swap(labels, 2);
     at += label_names;
-    for (int i = 0; i < 3; i++, at += 8) swap_at(at, 8);
+    swap(3, 8);
     at += 3;
-    for (int i = 0; i < 3; i++, at += 8) swap_at(at, 8);
-    swap_at(at, 4), swap_at(at + 4, 4);
-    at += 8;
+    swap(3, 8), swap(2, 4);
     EXPECT_EQ(at, 40 + head.metadata_size);
-    for (u64 e = head.events_offset; e < head.events_offset + head.events_size; e += 16) {
-        swap_at(e, 8), swap_at(e + 8, 4), swap_at(e + 12, 4);
-    }
+    for (at = head.events_offset; at < head.events_offset + head.events_size;) swap(1, 8), swap(2, 4);
     return out;
+}
+
+u32 read_error(const std::string &path, const std::string &bytes) {
+    write_whole(path, bytes);
+    profiler_report_t report;
+    data_t p = view_of(path);
+    u32 error = 0;
+    profiler_read(&report, &p, &error);
+    if (error) EXPECT_EQ(report.file.bytes, nullptr);
+    return error;
 }
 
 } // namespace
@@ -330,15 +280,13 @@ TEST(ProfilerFile, WrittenReadBackAndReported) {
     std::string file = read_whole(path);
     ASSERT_GE(file.size(), 40u);
 
-    // The header.
+    // The header: metadata right after it, events at the next 16 after that, zeros between.
     file_head_t head;
     memcpy(&head, file.data(), sizeof(head));
     EXPECT_EQ(std::string(head.magic, 4), "PROF");
     EXPECT_EQ(head.version, 1u);
     EXPECT_EQ(head.metadata_offset, 40u);
-    EXPECT_EQ(head.events_offset % 16, 0u);
-    EXPECT_GE(head.events_offset, 40 + head.metadata_size);
-    EXPECT_LT(head.events_offset, 40 + head.metadata_size + 16);
+    EXPECT_EQ(head.events_offset, align_up(40 + head.metadata_size, 16));
     EXPECT_EQ(head.events_offset + head.events_size, file.size());
     for (u64 i = 40 + head.metadata_size; i < head.events_offset; i++) EXPECT_EQ(file[i], 0);
 
@@ -351,8 +299,9 @@ TEST(ProfilerFile, WrittenReadBackAndReported) {
     EXPECT_EQ(report.thread_type_count, 2u);
     EXPECT_EQ(text_of(report.thread_type_names[0]), "worker_thread");
     EXPECT_EQ(text_of(report.thread_type_names[1]), "main");
-    EXPECT_EQ(report.label_count, 115u);
-    for (u32 l = 0; l < profiler_label_count; l++) EXPECT_EQ(text_of(report.label_names[l]), label_name(l));
+    EXPECT_EQ(report.label_count, (u32)profiler_label_count);
+    for (u32 l = 0; l < profiler_label_count; l++)
+        EXPECT_EQ(text_of(report.label_names[l]), profiler_label_names[l]);
     EXPECT_EQ(report.clock.clock_measured, 0);
     EXPECT_EQ(report.clock.qpc_frequency, os_counter_frequency());
     EXPECT_GT(report.clock.tsc_span, 0u);
@@ -379,7 +328,6 @@ TEST(ProfilerFile, WrittenReadBackAndReported) {
     // A recursive label counts its outer span only; its self time is not
     // more than its total.
     const profiler_total_t &layout = main_line->totals[label_layout_text];
-    EXPECT_LE(layout.ticks, main_line->totals[label_draw_left_panel].ticks);
     EXPECT_LE(layout.self_ticks, layout.ticks);
     u64 outer = 0;
     for (const profiler_node_t *f = main_line->root->first_child; f; f = f->next_sibling) {
@@ -396,7 +344,6 @@ TEST(ProfilerFile, WrittenReadBackAndReported) {
     // Each worker: its rounds, the last 60 whole.
     for (const profiler_timeline_t *w : worker_lines) {
         u64 rounds = w->totals[label_thread_loop].hits;
-        EXPECT_GE(rounds, 70u);
         EXPECT_LE(rounds, 72u);
         EXPECT_EQ(w->totals[label_http_file_get].hits, 60u);
         EXPECT_EQ(w->totals[label_profiler_collapse].hits, rounds - 60);
@@ -407,11 +354,8 @@ TEST(ProfilerFile, WrittenReadBackAndReported) {
     ASSERT_GT(size, 0u);
     std::string text(size, '\0');
     EXPECT_EQ(profiler_report(&report, (u8 *)text.data(), text.size(), &error), size);
-    EXPECT_NE(text.find("# Totals\n"), std::string::npos);
-    EXPECT_NE(text.find("\n# Tree\n"), std::string::npos);
-    EXPECT_NE(text.find("] - main\n"), std::string::npos);
-    EXPECT_NE(text.find("] - worker_thread\n"), std::string::npos);
-    EXPECT_NE(text.find("----------\n"), std::string::npos);
+    for (const char *part : {"# Totals\n", "\n# Tree\n", "] - main\n", "] - worker_thread\n", "----------\n"})
+        EXPECT_NE(text.find(part), std::string::npos) << part;
     // The main timeline's frames are counted, and its largest total (which
     // one depends on the machine) carries the full bar.
     size_t main_at = text.find("] - main\n");
@@ -445,84 +389,52 @@ TEST(ProfilerFile, WrittenReadBackAndReported) {
     EXPECT_EQ(other.clock.tsc_span, report.clock.tsc_span);
 
     // The tool prints the same report.
-    std::string command = std::string(TIDEWRACK_PROFILE_TOOL) + " " + path;
-    FILE *pipe = popen(command.c_str(), "r");
-    ASSERT_NE(pipe, nullptr);
-    std::string printed;
-    char buffer[65536];
-    size_t n;
-    while ((n = fread(buffer, 1, sizeof(buffer), pipe)) > 0) printed.append(buffer, n);
-    EXPECT_EQ(pclose(pipe), 0);
-    EXPECT_EQ(printed, text);
-    for (const char *label : {"frame", "window_content", "draw_left_panel", "layout_text", "thread_loop",
-                              "http_file_get", "profiler_collapse"}) {
-        EXPECT_NE(printed.find(label), std::string::npos) << label;
-    }
+    int status = -1;
+    EXPECT_EQ(run_tool(path, &status), text);
+    EXPECT_EQ(status, 0);
 }
 
 TEST(ProfilerFile, DamagedFilesAreRefused) {
     temp_folder_t dir;
     // A small valid file to damage.
     std::string path = dir / "profile.bin";
-    {
-        profiler_start_once();
-        mark_start(label_x);
-        mark_end(label_x);
-        profiler_finish();
-        data_t p = view_of(path);
-        u32 error = 0;
-        profiler_write(&p, true, &error);
-        ASSERT_EQ(error, 0u);
-    }
+    profiler_start_once();
+    nested({label_x});
+    profiler_finish();
+    data_t p = view_of(path);
+    u32 error = 0;
+    profiler_write(&p, true, &error);
+    ASSERT_EQ(error, 0u);
     std::string file = read_whole(path);
     std::string bad = dir / "bad.bin";
-    data_t b = view_of(bad);
 
-    struct {
-        std::string bytes;
-        u32 error;
-    } cases[] = {
-        {"", profiler_error_read},
-        {"PROF", profiler_error_magic},
-        {std::string(40, 'x'), profiler_error_magic},
-        {"JUNK" + file.substr(4), profiler_error_magic},
-        {file.substr(0, 4) + std::string("\x02\0\0\0", 4) + file.substr(8), profiler_error_version},
-    };
-    for (const auto &c : cases) {
-        write_whole(bad, c.bytes);
-        profiler_report_t report;
-        u32 error = 0;
-        profiler_read(&report, &b, &error);
-        EXPECT_EQ(error, c.error) << c.bytes.size();
-        EXPECT_EQ(report.file.bytes, nullptr);
-    }
+    EXPECT_EQ(read_error(bad, ""), (u32)profiler_error_read);
+    EXPECT_EQ(read_error(bad, "PROF"), (u32)profiler_error_magic);
+    EXPECT_EQ(read_error(bad, std::string(40, 'x')), (u32)profiler_error_magic);
+    EXPECT_EQ(read_error(bad, "JUNK" + file.substr(4)), (u32)profiler_error_magic);
+    EXPECT_EQ(read_error(bad, file.substr(0, 4) + std::string("\x02\0\0\0", 4) + file.substr(8)),
+              (u32)profiler_error_version);
 
     // Every cut of the file, and single damaged bytes everywhere in its head,
     // are refused or read without touching anything outside the file.
-    for (size_t cut = 0; cut < file.size(); cut += (cut < 2000 ? 1 : 97)) {
-        write_whole(bad, file.substr(0, cut));
-        profiler_report_t report;
-        u32 error = 0;
-        profiler_read(&report, &b, &error);
-        EXPECT_NE(error, 0u) << cut;
-    }
+    for (size_t cut = 0; cut < file.size(); cut += (cut < 2000 ? 1 : 97))
+        EXPECT_NE(read_error(bad, file.substr(0, cut)), 0u) << cut;
     u64 events_offset;
     memcpy(&events_offset, file.data() + 32, 8);
+    data_t b = view_of(bad);
     for (size_t at = 4; at < events_offset && at < file.size(); at++) {
         for (u8 value : {0x00, 0x01, 0x7F, 0xFF}) {
             std::string damaged = file;
             damaged[at] = (char)value;
             write_whole(bad, damaged);
             profiler_report_t report;
-            u32 error = 0;
+            error = 0;
             profiler_read(&report, &b, &error);
-            if (!error) {
-                u64 size = profiler_report(&report, nullptr, 0, &error);
-                std::string text(size, '\0');
-                profiler_report(&report, (u8 *)text.data(), size, &error);
-                data_virtual_free(&report.file);
-                data_virtual_free(&report.nodes);
-            }
+            if (error) continue;
+            std::string text(profiler_report(&report, nullptr, 0, &error), '\0');
+            profiler_report(&report, (u8 *)text.data(), text.size(), &error);
+            data_virtual_free(&report.file);
+            data_virtual_free(&report.nodes);
         }
     }
     // Events that do not nest.
@@ -531,20 +443,12 @@ TEST(ProfilerFile, DamagedFilesAreRefused) {
     memcpy(&e, unnested.data() + events_offset, 16);
     e.kind = profiler_kind_end;
     memcpy(unnested.data() + events_offset, &e, 16);
-    write_whole(bad, unnested);
-    profiler_report_t report;
-    u32 error = 0;
-    profiler_read(&report, &b, &error);
-    EXPECT_EQ(error, (u32)profiler_error_read);
+    EXPECT_EQ(read_error(bad, unnested), (u32)profiler_error_read);
 }
 
 TEST(ProfilerFile, ToolRefusesWhatItCantRead) {
-    std::string command = std::string(TIDEWRACK_PROFILE_TOOL) + " /nonexistent/profile.bin 2>&1";
-    FILE *pipe = popen(command.c_str(), "r");
-    ASSERT_NE(pipe, nullptr);
-    char buffer[1024] = {};
-    size_t n = fread(buffer, 1, sizeof(buffer) - 1, pipe);
-    int status = pclose(pipe);
+    int status = 0;
+    std::string printed = run_tool("/nonexistent/profile.bin 2>&1", &status);
     EXPECT_EQ(WEXITSTATUS(status), 1);
-    EXPECT_NE(std::string(buffer, n).find("can't read"), std::string::npos);
+    EXPECT_NE(printed.find("can't read"), std::string::npos);
 }

@@ -87,8 +87,6 @@ TEST(TextEdit, TrimSplitReplaceLowercase) {
     data_t mv = view(m);
     data_to_ascii_lowercase(&mv);
     EXPECT_EQ(m, "mixed \xC3\x89");
-    EXPECT_EQ(string_length(nullptr), 0u);
-    EXPECT_EQ(string_length("four"), 4u);
 }
 
 TEST(TextEdit, PushesAndAppendInto) {
@@ -103,9 +101,6 @@ TEST(TextEdit, PushesAndAppendInto) {
     EXPECT_NE(data_push_c_string(&arena, "xyz"), nullptr);
     EXPECT_EQ(data_push_raw(&arena, "0123456789", 10), nullptr); // does not fit
     EXPECT_EQ(arena.used, 8u);
-    data_t p = data_from_pointer("hello", 5);
-    EXPECT_EQ(p.reserved, 5u);
-    EXPECT_EQ(p.used, 5u);
 }
 
 TEST(TextClasses, Table) {
@@ -120,52 +115,30 @@ TEST(TextClasses, Table) {
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.c);
-        EXPECT_EQ(char_is_ascii_upper(c.c), c.upper);
-        EXPECT_EQ(char_is_ascii_lower(c.c), c.lower);
         EXPECT_EQ(char_is_ascii_alpha(c.c), c.upper || c.lower);
-        EXPECT_EQ(char_is_ascii_digit(c.c), c.digit);
+        EXPECT_EQ(char_to_ascii_lower(c.c), c.upper ? c.c + 32 : c.c);
         EXPECT_EQ(char_is_ascii_alnum(c.c), c.upper || c.lower || c.digit);
         EXPECT_EQ(char_is_ascii_hex(c.c), c.hex);
         EXPECT_EQ(char_is_space(c.c), c.space);
         EXPECT_EQ(char_is_control(c.c), c.control);
     }
-    EXPECT_EQ(char_to_ascii_lower('Q'), (u32)'q');
     EXPECT_EQ(char_to_ascii_lower(0xC9), 0xC9u);
     EXPECT_EQ(char_hex_value('f'), 15u);
     EXPECT_EQ(char_hex_value('B'), 11u);
-    EXPECT_EQ(char_digit_value('7'), 7u);
-    const u8 set8[] = {'<', '>'};
-    const u32 set32[] = {0x20AC, 0x41};
-    EXPECT_TRUE(char_is_any_u8('>', set8, 2));
-    EXPECT_FALSE(char_is_any_u8('=', set8, 2));
-    EXPECT_TRUE(char_is_any_u32(0x20AC, set32, 2));
-    EXPECT_FALSE(char_is_any_u32(0x42, set32, 2));
 }
 
-TEST(TextFlags, MatchAndFriends) {
+TEST(TextFlags, Match) {
     struct {
         u32 value, required, optional;
         bool match;
     } cases[] = {
-        {0, 0, 0, true},  {1, 0, 0, false}, {1, 1, 0, true},  {3, 1, 0, false},
-        {3, 1, 2, true},  {2, 1, 2, false}, {2, 0, 2, true},  {0, 0, 6, true},
-        {8, 0, 6, false}, {6, 2, 4, true},
+        {0, 0, 0, true}, {1, 0, 0, false}, {1, 1, 0, true}, {3, 1, 0, false}, {3, 1, 2, true},
+        {2, 1, 2, false}, {2, 0, 2, true}, {0, 0, 6, true}, {8, 0, 6, false}, {6, 2, 4, true},
     };
     for (const auto &c : cases) {
-        SCOPED_TRACE(testing::Message() << c.value << " " << c.required << " " << c.optional);
-        EXPECT_EQ(flags_match(c.value, c.required, c.optional), c.match);
+        EXPECT_EQ(flags_match(c.value, c.required, c.optional), c.match)
+            << c.value << " " << c.required << " " << c.optional;
     }
-    u32 f = 0;
-    flags_set(&f, 5);
-    EXPECT_TRUE(flags_has(f, 5));
-    EXPECT_FALSE(flags_has(f, 6));
-    flags_clear(&f, 1);
-    EXPECT_EQ(f, 4u);
-    flags_assign(&f, true, 8);
-    flags_assign(&f, false, 4);
-    EXPECT_EQ(f, 8u);
-    EXPECT_TRUE(flags_within(8, 12));
-    EXPECT_FALSE(flags_within(9, 12));
 }
 
 TEST(TextNumbers, TextToI64) {
@@ -195,19 +168,14 @@ TEST(TextNumbers, NumberToText) {
         u32 flags;
         std::string text;
     } cases[] = {
-        {0, 0, ' ', 0, "0"},
-        {1234567, 0, ' ', number_group_3, "1 234 567"},
-        {123, 0, ' ', number_group_3, "123"},
-        {1234, 0, ' ', number_group_3, "1 234"},
+        {0, 0, ' ', 0, "0"}, {1234567, 0, ' ', number_group_3, "1 234 567"},
+        {123, 0, ' ', number_group_3, "123"}, {1234, 0, ' ', number_group_3, "1 234"},
         {0xAB, 0, ' ', number_hexadecimal | number_digits_4, "0x00ab"},
         {0xAB, 0, ' ', number_hexadecimal | number_no_prefix, "ab"},
         {0x12345678, 0, ' ', number_hexadecimal | number_no_prefix | number_group_4, "1234 5678"},
         {0xAB, 0, ' ', number_hexadecimal | number_no_prefix | number_digits_8 | number_group_2, "00 00 00 ab"},
-        {5, 3, '0', 0, "005"},
-        {5, 3, '0', number_left_justify, "500"},
-        {5, 4, ' ', number_show_plus, "  +5"},
-        {5, 4, '0', number_show_plus | number_sign_before_fill, "+005"},
-        {12, 1, ' ', 0, "12"},
+        {5, 3, '0', 0, "005"}, {5, 3, '0', number_left_justify, "500"}, {5, 4, ' ', number_show_plus, "  +5"},
+        {5, 4, '0', number_show_plus | number_sign_before_fill, "+005"}, {12, 1, ' ', 0, "12"},
         {UINT64_MAX, 0, ' ', 0, "18446744073709551615"},
         {UINT64_MAX, 0, ' ', number_hexadecimal, "0xffffffffffffffff"},
     };
@@ -231,11 +199,8 @@ TEST(TextNumbers, SignedAndFloat) {
         u32 flags;
         std::string text;
     } cases[] = {
-        {-5, 0, ' ', 0, "-5"},
-        {-5, 4, ' ', 0, "  -5"},
-        {-5, 4, '0', number_sign_before_fill, "-005"},
-        {-5, 4, ' ', number_left_justify, "-5  "},
-        {INT64_MIN, 0, ' ', 0, "-9223372036854775808"},
+        {-5, 0, ' ', 0, "-5"}, {-5, 4, ' ', 0, "  -5"}, {-5, 4, '0', number_sign_before_fill, "-005"},
+        {-5, 4, ' ', number_left_justify, "-5  "}, {INT64_MIN, 0, ' ', 0, "-9223372036854775808"},
         {7, 0, ' ', number_show_plus, "+7"},
     };
     for (const auto &c : cases) {
@@ -265,13 +230,8 @@ TEST(TextNumbers, SizesInOctets) {
         u64 bytes;
         std::string text;
     } cases[] = {
-        {0, "0 o"},
-        {1023, "1023 o"},
-        {1024, "1.000 Kio"},
-        {1536, "1.500 Kio"},
-        {1048576, "1.000 Mio"},
-        {3ull << 30, "3.000 Gio"},
-        {1ull << 40, "1.000 Tio"},
+        {0, "0 o"},           {1023, "1023 o"},          {1024, "1.000 Kio"},       {1536, "1.500 Kio"},
+        {1048576, "1.000 Mio"}, {3ull << 30, "3.000 Gio"}, {1ull << 40, "1.000 Tio"},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.text);
@@ -298,13 +258,11 @@ TEST(TextCodePoints, StartList) {
     code_point_list_t list;
     code_point_list_init(&list, points, 400);
     ASSERT_EQ(list.count, 193u);
-    EXPECT_EQ(points[0], 0x20u);
-    EXPECT_EQ(points[94], 0x7Eu);
-    EXPECT_EQ(points[95], 0xA0u);
-    EXPECT_EQ(points[191], 0xFFFDu);
-    EXPECT_EQ(points[192], 0x2026u);
     std::vector<u32> all(points, points + 193);
+    EXPECT_EQ((std::vector<u32>{all[0], all[94], all[95], all[191], all[192]}),
+              (std::vector<u32>{0x20, 0x7E, 0xA0, 0xFFFD, 0x2026}));
     EXPECT_NE(std::find(all.begin(), all.end(), 0x20ACu), all.end());
-    EXPECT_EQ(std::find(all.begin(), all.end(), 0xA4u), all.end()); // U+00A4 is left out
+    // U+00A4 and U+00BC are left out.
+    EXPECT_EQ(std::find(all.begin(), all.end(), 0xA4u), all.end());
     EXPECT_EQ(std::find(all.begin(), all.end(), 0xBCu), all.end());
 }

@@ -8,7 +8,6 @@
 #include <atomic>
 #include <memory>
 #include <thread>
-#include <vector>
 
 namespace {
 
@@ -51,21 +50,15 @@ TEST(ThreadQueue, ThousandsOfJobsEachRunExactlyOnce) {
     thread_queue_init(q, 6);
     const u32 job_count = 20000;
     std::unique_ptr<counter_job_t[]> jobs(new counter_job_t[job_count]);
-    u32 refused = 0;
     for (u32 i = 0; i < job_count; i++) {
         // A full ring says so; the producer tries again once a job is taken.
-        while (!thread_queue_work(q, run_counter, &jobs[i])) {
-            refused++;
-            std::this_thread::yield();
-        }
+        while (!thread_queue_work(q, run_counter, &jobs[i])) std::this_thread::yield();
     }
     thread_complete_queue(q); // the main thread helps until all are done
     for (u32 i = 0; i < job_count; i++) ASSERT_EQ(jobs[i].runs.load(), 1u) << "job " << i;
     EXPECT_EQ(q->queued_count.load(), 0u);
     EXPECT_EQ(q->completed_count.load(), 0u);
     thread_terminate(q);
-    for (u32 i = 0; i < job_count; i++) ASSERT_EQ(jobs[i].runs.load(), 1u);
-    (void)refused;
 }
 
 TEST(ThreadQueue, RingHoldsAtMost1023Jobs) {
@@ -97,12 +90,6 @@ TEST(ThreadQueue, CountIsLimitedToSevenAndAllRunInParallel) {
     spin_until(gate.running, 7);
     gate.open = 1;
     thread_complete_queue(q);
-    std::vector<u32> ids;
-    for (u32 i = 0; i < 7; i++) ids.push_back(q->threads[i].thread_id);
-    for (u32 i = 0; i < 7; i++) {
-        EXPECT_NE(ids[i], 0u);
-        for (u32 j = i + 1; j < 7; j++) EXPECT_NE(ids[i], ids[j]);
-    }
     thread_terminate(q);
 }
 
