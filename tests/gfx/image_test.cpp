@@ -21,35 +21,23 @@ std::vector<u8> resize(const std::vector<u8> &source, u32 sw, u32 sh, u32 *w, u3
     return out;
 }
 
-TEST(ImageResize, SameSizeCopiesEveryChannel) {
-    for (u32 channels = 1; channels <= 4; ++channels) {
-        std::vector<u8> source(7 * 5 * channels);
-        for (size_t i = 0; i < source.size(); ++i) source[i] = (u8)(i * 37 + 11);
-        u32 w = 7, h = 0;
-        std::vector<u8> out = resize(source, 7, 5, &w, &h, channels);
-        EXPECT_EQ(w, 7u);
-        EXPECT_EQ(h, 5u);
-        EXPECT_EQ(out, source) << channels << " channels";
-    }
-}
-
-TEST(ImageResize, ThreeToOneIsTheRoundedMeanOfEachBlock) {
+// Whole factors: each pixel is the rounded mean of its block, in every
+// channel; a factor of 1 copies.
+TEST(ImageResize, WholeFactorsGiveTheRoundedMeanOfEachBlock) {
     const u32 sw = 9, sh = 6;
-    std::vector<u8> source(sw * sh);
-    for (u32 i = 0; i < source.size(); ++i) source[i] = (u8)((i * 97 + 13) % 256);
-    u32 w = 3, h = 0;
-    std::vector<u8> out = resize(source, sw, sh, &w, &h, 1);
-    ASSERT_EQ(w, 3u);
-    ASSERT_EQ(h, 2u);
-    for (u32 y = 0; y < 2; ++y) {
-        for (u32 x = 0; x < 3; ++x) {
-            u32 sum = 0;
-            for (u32 dy = 0; dy < 3; ++dy)
-                for (u32 dx = 0; dx < 3; ++dx) sum += source[(y * 3 + dy) * sw + x * 3 + dx];
-            u32 expected = (u32)std::lround(sum / 9.0);
-            EXPECT_EQ(out[y * 3 + x], expected) << x << "," << y;
+    for (u32 channels = 1; channels <= 4; ++channels)
+        for (u32 f : {1u, 3u}) {
+            std::vector<u8> source(sw * sh * channels);
+            for (size_t i = 0; i < source.size(); ++i) source[i] = (u8)(i * 97 + 13);
+            u32 w = sw / f, h = 0;
+            std::vector<u8> out = resize(source, sw, sh, &w, &h, channels);
+            ASSERT_EQ(h, sh / f);
+            for (u32 i = 0; i < out.size(); ++i) {
+                u32 x = i / channels % w, y = i / channels / w, k = i % channels, sum = 0;
+                for (u32 d = 0; d < f * f; ++d) sum += source[((y * f + d / f) * sw + x * f + d % f) * channels + k];
+                EXPECT_EQ(out[i], (u32)std::lround(sum / double(f * f))) << channels << " channels, factor " << f;
+            }
         }
-    }
 }
 
 // The size asked (a width, or a height when the width is 0) and the other
@@ -109,7 +97,9 @@ TEST(ImageResize, ErrorsAndSizeOnlyCalls) {
 
 TEST(ImageResize, SwapAndGamma) {
     u32 w = 1, h = 0;
-    std::vector<u8> out = resize({10, 20, 30, 40, 10, 20, 30, 40, 10, 20, 30, 40, 10, 20, 30, 40}, 2, 2, &w, &h, 4, true);
+    std::vector<u8> pixel = {10, 20, 30, 40}, four(16);
+    for (size_t i = 0; i < four.size(); ++i) four[i] = pixel[i % 4];
+    std::vector<u8> out = resize(four, 2, 2, &w, &h, 4, true);
     EXPECT_EQ(out, (std::vector<u8>{30, 20, 10, 40}));
     // Gamma 2: 128 -> (128/255)^2 * 255 = 64.25 -> 64.
     w = 1, h = 0;

@@ -68,14 +68,9 @@ inline std::string token_string(const html_token_t &t) {
 }
 
 struct tokenized_t {
-    std::vector<std::string> tokens;
+    std::string tokens; // joined by "|"
     u32 error = 0;
     u32 encoding = 0;
-    std::string joined() const {
-        std::string s;
-        for (size_t i = 0; i < tokens.size(); i++) s += (i ? "|" : "") + tokens[i];
-        return s;
-    }
 };
 
 inline tokenized_t tokenize(const std::string &input) {
@@ -83,7 +78,7 @@ inline tokenized_t tokenize(const std::string &input) {
     arena_t arena(hp_tokenizer_size(&in));
     tokenized_t result;
     html_tokens_t tokens = hp_tokenizer(&arena.data, &in, 0, &result.error);
-    for (u64 i = 0; i < tokens.token_count; i++) result.tokens.push_back(token_string(tokens.tokens[i]));
+    for (u64 i = 0; i < tokens.token_count; i++) result.tokens += (i ? "|" : "") + token_string(tokens.tokens[i]);
     result.encoding = tokens.encoding;
     return result;
 }
