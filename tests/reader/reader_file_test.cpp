@@ -227,8 +227,6 @@ TEST(ReaderFile, RoundTripKeepsEveryRecord) {
     ASSERT_EQ(load(b, folder.text, &path), 0u);
     EXPECT_EQ(content_of(&b.reader), before);
     EXPECT_EQ(b.reader.generation, 3u);
-    EXPECT_EQ(b.reader.entries.entry_count, 4u);
-    EXPECT_EQ(b.reader.feeds.entry_count, 2u);
     for (u32 i = 0; i < b.reader.entries.entry_count; i++)
         EXPECT_EQ(((entry_t *)pool_entry(&b.reader.entries, sizeof(entry_t), i))->id, i + 1) << "ids without gaps";
     EXPECT_EQ(b.code_points.code_points[b.replacement_glyph_index], 0xFFFDu);
@@ -489,8 +487,7 @@ TEST(ReaderFile, NoByteOfADamagedFileCrashesTheLoad) {
     std::string p = folder.file("damaged.bin");
     u32 refused = 0;
     // Every byte of the header and pool sections once, then random spots.
-    u64 pools_end;
-    memcpy(&pools_end, good.data() + 8 + 4 * 8, 8);
+    const u64 pools_end = *(const u64 *)(good.data() + 8 + 4 * 8);
     for (u64 i = 0; i < good.size(); i++) {
         if (i >= pools_end && random() % 8) continue;
         std::vector<u8> bytes = good;
