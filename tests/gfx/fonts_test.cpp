@@ -88,22 +88,6 @@ TEST(Fonts, KerningSearchesTheHeadOfTheFontsPairs) {
     EXPECT_EQ(font_kerning(&font, &three, 'A'), -20);
 }
 
-TEST(Fonts, KerningPairsAreEveryNonZeroPairInGlyphOrder) {
-    font_fixture_t f(40);
-    for (u32 index = 0; index < f.set.font_count; ++index) {
-        font_t *font = font_get(&f.set, index);
-        std::vector<u32> expected;
-        for (u32 i = 0; i < font->count; ++i) {
-            u32 n = 0;
-            for (u32 j = 0; j < font->count; ++j)
-                if (int k = stbtt_GetCodepointKernAdvance(&font->info, (int)font->code_points[i], (int)font->code_points[j]))
-                    expected.insert(expected.end(), {font->code_points[j], (u32)k}), ++n;
-            ASSERT_EQ(font->glyphs[i].kerning_count, n) << index << " " << i;
-        }
-        ASSERT_TRUE(std::equal(expected.begin(), expected.end(), font->kerning)) << "font " << index;
-    }
-}
-
 // Every glyph box lies in the atlas, no two overlap, and the ink of a glyph
 // sits inside its own box (the rows were turned over with the boxes).
 void check_atlas(font_set_t *set) {

@@ -36,11 +36,11 @@ os_window_event_t button_event(u32 button, bool down, i32 x, i32 y) {
 
 void push(const os_window_event_t &e) { os_window_headless_push(&e); }
 
-void push_text(const std::string &text) {
+os_window_event_t text_event(const std::string &text) {
     os_window_event_t e = event(os_input_text);
     e.text_size = (u32)text.size();
     for (size_t i = 0; i < text.size() && i < sizeof(e.text); ++i) e.text[i] = (u8)text[i];
-    push(e);
+    return e;
 }
 
 struct input_fixture_t : ::testing::Test {
@@ -66,23 +66,24 @@ struct input_fixture_t : ::testing::Test {
 };
 
 TEST_F(input_fixture_t, AKeyHeldAcrossFrames) {
-    step({key_event(0x41, true)});
-    EXPECT_EQ(queries(key_a), "1101");
-    EXPECT_EQ(key_transitions(&window, key_a), 1u);
-
-    // Auto-repeat: no new transition, only the repeat bit.
-    step({key_event(0x41, true, 0, os_key_repeat), key_event(0x41, true, 0, os_key_repeat)});
-    EXPECT_EQ(queries(key_a), "1001");
-    EXPECT_EQ(key_transitions(&window, key_a), 0u);
-
-    // A frame without messages keeps only the down bit.
-    pump();
-    EXPECT_EQ(queries(key_a), "1000");
-
-    step({key_event(0x41, false)});
-    EXPECT_EQ(queries(key_a), "0010");
-    pump();
-    EXPECT_EQ(queries(key_a), "0000");
+    struct {
+        std::vector<os_window_event_t> events;
+        const char *queries;
+        u32 transitions;
+    } frames[] = {
+        {{key_event(0x41, true)}, "1101", 1},
+        // Auto-repeat: no new transition, only the repeat bit.
+        {{key_event(0x41, true, 0, os_key_repeat), key_event(0x41, true, 0, os_key_repeat)}, "1001", 0},
+        {{}, "1000", 0}, // a frame without messages keeps only the down bit
+        {{key_event(0x41, false)}, "0010", 1},
+        {{}, "0000", 0},
+    };
+    for (const auto &f : frames) {
+        for (const os_window_event_t &e : f.events) push(e);
+        pump();
+        EXPECT_EQ(queries(key_a), f.queries);
+        EXPECT_EQ(key_transitions(&window, key_a), f.transitions);
+    }
 }
 
 TEST_F(input_fixture_t, PressAndReleaseInOnePumpCountsTwoTransitions) {
@@ -143,10 +144,9 @@ TEST_F(input_fixture_t, CloseRequests) {
 }
 
 TEST_F(input_fixture_t, TypedText) {
-    push_text("a\xC3\xA9");        // a, e acute
-    push_text("\xF0\x9F\x98\x80"); // an emoji, 4 bytes
-    push_text("\xFF\r");           // invalid bytes are skipped; control characters arrive as text
-    pump();
+    // a, e acute; an emoji of 4 bytes; invalid bytes are skipped, control
+    // characters arrive as text.
+    step({text_event("a\xC3\xA9"), text_event("\xF0\x9F\x98\x80"), text_event("\xFF\r")});
     ASSERT_EQ(window.text_count, 4u);
     EXPECT_EQ(std::vector<u32>(window.text_code_points, window.text_code_points + 4),
               (std::vector<u32>{0x61, 0xE9, 0x1F600, 13}));
@@ -162,14 +162,14 @@ TEST_F(input_fixture_t, ABurstKeepsThe32FirstCharacters) {
     std::string all;
     for (int i = 0; i < 40; ++i) {
         std::string one(1, (char)('A' + i % 26));
-        push_text(one);
+        push(text_event(one));
         if (i < 32) all += one;
     }
     pump();
     EXPECT_EQ(window.text_count, 32u);
     EXPECT_EQ(typed(), all);
     // 32 four-byte code points fill the 128 bytes exactly.
-    for (int i = 0; i < 33; ++i) push_text("\xF0\x9F\x98\x80");
+    for (int i = 0; i < 33; ++i) push(text_event("\xF0\x9F\x98\x80"));
     pump();
     EXPECT_EQ(window.text_count, 32u);
     EXPECT_EQ(window.text_bytes, 128u);
@@ -195,18 +195,17 @@ TEST_F(input_fixture_t, ButtonsWheelAndPointer) {
     EXPECT_EQ(queries(key_x2_button), "1101");
 }
 
-TEST_F(input_fixture_t, FocusLostReleasesHeldKeys) {
-    step({key_event(0x42, true)});
+TEST_F(input_fixture_t, FocusLostAndGained) {
+    // Losing focus releases held keys.
+    step({key_event(0x42, true), event(os_input_mouse_move, -5, -5), button_event(1, true, -5, -5)});
     ASSERT_TRUE(key_is_down(&window, key_b));
     step({event(os_input_focus_lost)});
     EXPECT_EQ(queries(key_b), "0010");
+    EXPECT_EQ(queries(key_left_button), "0010");
     EXPECT_EQ(window.focus_seen, 1u);
-}
-
-TEST_F(input_fixture_t, FocusGainedReadsTheKeysOfThisMoment) {
-    // The layer believes B is down (its own record of the events) but the
-    // pointer lies outside the client area: mouse keys read up.
-    step({key_event(0x42, true), event(os_input_mouse_move, -5, -5), button_event(1, true, -5, -5)});
+    // Gaining it reads the keys of this moment: the layer still believes B
+    // is down (its own record of the events), but the pointer lies outside
+    // the client area, so mouse keys read up.
     step({event(os_input_focus_gained)});
     EXPECT_EQ(window.keys[key_b], 1);           // down, no transitions
     EXPECT_EQ(window.keys[key_left_button], 0); // outside: up

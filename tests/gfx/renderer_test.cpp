@@ -124,26 +124,22 @@ TEST_F(renderer_test_t, RectanglesInTheirColoursAndPlaces) {
     // A recoloured command draws in its new colour.
     gl_command_t *command = fill(rectangles, {10, 150, 30, 170}, {1, 0, 0, 1});
     gl_batch_recolour(batch(rectangles), command, nullptr, vec4{0, 0, 1, 1});
+    // Half-transparent white over black blends to grey.
+    fill(rectangles, {260, 0, 300, 40}, {1, 1, 1, 0.5f});
+    // Colours per corner: bottom left, bottom right, top left, top right.
+    vec4 r = {220, 100, 320, 200}, corners[4] = {{1, 0, 0, 1}, {0, 1, 0, 1}, {0, 0, 1, 1}, {1, 1, 1, 1}};
+    gl_batch_rectangle(batch(rectangles), &r, nullptr, corners, vec4{1, 1, 1, 1});
     frame_t f = flush();
     f.expect({{10, 20, red},     {49, 39, red},    {9, 20, black},   {50, 30, black},   {30, 40, black},
               {30, 19, black},   {100, 100, blue}, {120, 179, blue}, {120, 180, black}, {145, 110, green},
               {199, 95, green},  {130, 110, blue}, {160, 100, white}, {155, 115, green}, {0, 0, black},
-              {319, 199, black}, {20, 160, blue}});
-}
-
-TEST_F(renderer_test_t, CornerColoursAndTransparency) {
-    vec4 r = {0, 0, 100, 100};
-    vec4 corners[4] = {{1, 0, 0, 1}, {0, 1, 0, 1}, {0, 0, 1, 1}, {1, 1, 1, 1}}; // bl, br, tl, tr
-    gl_batch_rectangle(batch(rectangles), &r, nullptr, corners, vec4{1, 1, 1, 1});
-    fill(rectangles, {200, 0, 240, 40}, {1, 1, 1, 0.5f}); // half-transparent white over black: grey
-    frame_t f = flush();
-    // Each corner pixel takes its corner's colour.
-    for (const probe_t &p : {probe_t{0, 0, red}, {99, 0, green}, {0, 99, blue}, {99, 99, white}}) {
+              {219, 150, black}, {20, 160, blue}});
+    for (const probe_t &p : {probe_t{220, 100, red}, {319, 100, green}, {220, 199, blue}, {319, 199, white}}) {
         rgba_t c = f.at(p.x, p.y);
         EXPECT_TRUE(abs(c.r - p.colour.r) < 15 && abs(c.g - p.colour.g) < 15 && abs(c.b - p.colour.b) < 15)
             << p.x << "," << p.y << " " << c;
     }
-    rgba_t grey = f.at(220, 20);
+    rgba_t grey = f.at(280, 20);
     EXPECT_NEAR(grey.r, 127, 3);
     EXPECT_EQ(grey.r, grey.g);
 }

@@ -46,12 +46,9 @@ TEST(HtmlTokenizer, Doctype) {
           "<!doctype  html  system  'about:legacy-compat'  >"})
         cases.push_back({legacy, "D1", 0});
     for (const char *bad : {"<!doctype html system \"about:legacy-compat\" nonsense>",
-                            "<!doctype html system \"About:legacy-compat\">", "<!doctype html system \"nonsense\">",
-                            "<!doctype system \"about:legacy-compat\">", "<!doctype html system about:legacy-compat>",
-                            "<!doctype html system \"about:legacy-compat'>",
-                            "<!doctype html \"about:legacy-compat\" system>", "<!doctype >",
-                            "<!doctype nonsense>", "<!doctype nonsense html>", "<!doctype html nonsense>",
-                            "<!doctype &#x68;tml>", "<!doctype html"})
+                            "<!doctype html system \"About:legacy-compat\">", "<!doctype system \"about:legacy-compat\">",
+                            "<!doctype html system about:legacy-compat>", "<!doctype html system \"about:legacy-compat'>",
+                            "<!doctype >", "<!doctype nonsense html>", "<!doctype html nonsense>", "<!doctype html"})
         cases.push_back({bad, "", 14});
     cases.insert(cases.end(), {{"<!doctypehtml>", "", 13}, {"<!doctype>", "", 13}, {"<!doctype\x0bhtml>", "", 13},
                                {"<! doctype html>", "", 12}, {"< !doctype html>", "", 11}, {"< ! doctype html>", "", 11},
