@@ -60,10 +60,7 @@ TEST(MemoryBlocks, ReserveRestViewsTrimAndSkip) {
     EXPECT_EQ(child.reserved, 10u);
     EXPECT_EQ((uintptr_t)data_block_view_rest(&parent).bytes % 64, 0u);
     u64 before = parent.used;
-    data_t tail = data_view_rest(&parent);
-    EXPECT_EQ(parent.used, before);
-    EXPECT_EQ(tail.bytes, arena_bytes + 1 + before);
-    EXPECT_EQ(tail.reserved, 100 - before);
+    EXPECT_EQ(data_view_rest(&parent).bytes, arena_bytes + 1 + before);
     data_t rest = data_block_reserve_rest(&parent, 1);
     EXPECT_EQ(parent.used, parent.reserved);
     EXPECT_EQ(rest.reserved, 100 - before);
@@ -77,15 +74,13 @@ TEST(MemoryBlocks, ReserveRestViewsTrimAndSkip) {
     EXPECT_EQ(data_trim(&a), 22u);
     EXPECT_EQ(a.reserved, 10u);
     data_skip_front(&a, 4);
-    EXPECT_EQ(a.bytes, arena_bytes + 4);
-    EXPECT_EQ(a.used, 6u);
     data_skip_front(&a, 7); // more than reserved: nothing
+    EXPECT_EQ(a.bytes, arena_bytes + 4);
     EXPECT_EQ(a.reserved, 6u);
 }
 
 TEST(MemoryBlocks, VirtualBlocksAndAddressSpace) {
     data_t block = data_virtual_alloc(10000, 0);
-    ASSERT_NE(block.bytes, nullptr);
     block.bytes[9999] = 1;
     data_virtual_free(&block);
     EXPECT_EQ(block.bytes, nullptr);
@@ -102,9 +97,13 @@ TEST(MemoryBlocks, VirtualBlocksAndAddressSpace) {
     EXPECT_EQ(data_address_space_commit(&space, 1), space.bytes + memory_page_size);
     EXPECT_EQ(data_address_space_commit(&space, space.reserved), nullptr);
     EXPECT_EQ(space.used, 2u * memory_page_size);
+    p[memory_page_size] = 8;
     data_address_space_decommit(&space, 1);
     EXPECT_EQ(space.used, memory_page_size);
     EXPECT_EQ(p[memory_page_size - 1], 7);
+    // A decommitted page comes back zeroed.
+    data_address_space_commit(&space, 1);
+    EXPECT_EQ(p[memory_page_size], 0);
 }
 
 // ---- pools ---------------------------------------------------------------------------
@@ -293,9 +292,8 @@ TEST(Utf8, CountAndLastCharSize) {
         {"\x80\x80", 2},
     };
     for (const auto &c : cases) {
-        SCOPED_TRACE(testing::PrintToString(c.text));
         const u8 *q = (const u8 *)c.text.data();
-        EXPECT_EQ(utf8_last_char_size(q, q + c.text.size()), c.size);
+        EXPECT_EQ(utf8_last_char_size(q, q + c.text.size()), c.size) << testing::PrintToString(c.text);
     }
 }
 
@@ -310,8 +308,7 @@ TEST(Utf16, DecodeEncodeAndCount) {
         u32 error;
     } cases[] = {
         {{0x41, 0x00}, false, 0x41, 1, 0}, {{0x00, 0x41}, true, 0x41, 1, 0},
-        {{0x3D, 0xD8, 0x00, 0xDE}, false, 0x1F600, 2, 0},
-        {{0xD8, 0x3D, 0xDE, 0x00}, true, 0x1F600, 2, 0},
+        {{0x3D, 0xD8, 0x00, 0xDE}, false, 0x1F600, 2, 0}, {{0xD8, 0x3D, 0xDE, 0x00}, true, 0x1F600, 2, 0},
         {{0x41}, false, code_point_none, 1, coding_error_no_input},
         {{0x3D, 0xD8}, false, code_point_none, 2, coding_error_cut},
         {{0x3D, 0xD8, 0x41, 0x00}, false, code_point_none, 2, coding_error_surrogate_pair},
@@ -357,16 +354,4 @@ TEST(Utf16, ConversionsReplaceBadInputAndGoOn) {
     EXPECT_EQ(error, coding_error_no_room);
     EXPECT_EQ(n, 1u);
 
-    // The push helpers, there and back.
-    u8 storage[64], back_storage[16];
-    data_t dest = {sizeof(storage), 0, storage};
-    data_t source = data_literal("h\xC3\xA9");
-    error = 0;
-    EXPECT_EQ(data_push_utf16_from_utf8(&source, &dest, &error), 2u);
-    EXPECT_EQ(dest.used, 4u);
-    data_t back = {sizeof(back_storage), 0, back_storage};
-    EXPECT_EQ(data_push_utf8_from_utf16(&dest, &back, &error), 3u);
-    EXPECT_EQ(error, 0u);
-    EXPECT_TRUE(data_equal(&back, &source)); // same bytes, different reserved sizes
-    EXPECT_FALSE(data_equal(&back, &dest));
 }

@@ -1,5 +1,5 @@
-// The Linux system layer: pages, semaphores and events, threads, places,
-// spawning. Directory calls are tried through the file layer's tests.
+// The Linux system layer: semaphores and events, threads, places, spawning.
+// Pages and directories are tried through the memory and file layers' tests.
 #include "os/os_core.h"
 
 #include "base_test_util.h"
@@ -42,23 +42,6 @@ std::string folder(u64 (*get)(char *, u64)) {
 }
 
 } // namespace
-
-TEST(OsPages, ReserveCommitDecommit) {
-    u64 page = os_page_size();
-    ASSERT_GE(page, 4096u);
-    u8 *base = (u8 *)os_memory_reserve(16 * page);
-    ASSERT_NE(base, nullptr);
-    ASSERT_TRUE(os_memory_commit(base, 2 * page));
-    base[0] = 1;
-    base[2 * page - 1] = 2;
-    os_memory_decommit(base + page, page);
-    ASSERT_TRUE(os_memory_commit(base + page, page));
-    EXPECT_EQ(base[0], 1);
-    EXPECT_EQ(base[2 * page - 1], 0); // decommitted pages come back zeroed
-    os_memory_release(base, 16 * page);
-    EXPECT_EQ(os_memory_alloc(0), nullptr);
-    EXPECT_EQ(os_memory_reserve(0), nullptr);
-}
 
 TEST(OsWait, SemaphoreRefusesToPassItsMaximum) {
     os_semaphore_t *s = os_semaphore_create(0, 3);

@@ -94,8 +94,9 @@ TEST(Profiler, CollapseKeepsTheLastSixtyFramesInFull) {
     profiler_thread_t *t = on_profiled_thread(profiler_thread_worker, 10000, [&] {
         for (u32 frame = 0; frame < 100; frame++) {
             frame_with_detail();
-            if (frame == 0) first_frame.assign(profiler_thread_current()->events, profiler_thread_current()->write);
-            sizes.push_back(events_of(profiler_thread_current()));
+            profiler_thread_t *self = profiler_thread_current();
+            if (frame == 0) first_frame.assign(self->events, self->write);
+            sizes.push_back(events_of(self));
         }
     });
     ASSERT_EQ(first_frame.size(), 8u);
@@ -304,8 +305,6 @@ TEST(ProfilerFile, WrittenReadBackAndReported) {
         EXPECT_EQ(text_of(report.label_names[l]), profiler_label_names[l]);
     EXPECT_EQ(report.clock.clock_measured, 0);
     EXPECT_EQ(report.clock.qpc_frequency, os_counter_frequency());
-    EXPECT_GT(report.clock.tsc_span, 0u);
-    EXPECT_GT(report.clock.qpc_span, 0u);
 
     // Find the main timeline and this test's three workers by what they hold.
     const profiler_timeline_t *main_line = nullptr;
@@ -338,7 +337,6 @@ TEST(ProfilerFile, WrittenReadBackAndReported) {
     }
     EXPECT_EQ(layout.ticks, outer);
     EXPECT_GE(frames.ticks, main_line->totals[label_window_content].ticks);
-    EXPECT_GT(frames.seconds, 0.0);
     EXPECT_NEAR(frames.seconds, profiler_ticks_to_seconds(&report, frames.ticks), frames.seconds * 1e-6);
 
     // Each worker: its rounds, the last 60 whole.
