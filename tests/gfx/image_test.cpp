@@ -44,7 +44,8 @@ TEST(ImageResize, WholeFactorsGiveTheRoundedMeanOfEachBlock) {
 TEST(ImageResize, SizeRules) {
     struct {
         u32 sw, sh, w, h, expected_w, expected_h;
-    } cases[] = {{8, 4, 0, 2, 4, 2}, {3, 1, 2, 0, 2, 0}, {2, 1, 1, 0, 1, 0}, {100, 3, 1, 0, 1, 0}, {7, 5, 14, 0, 14, 10}};
+    } cases[] = {{8, 4, 0, 2, 4, 2},   {3, 1, 2, 0, 2, 0},     {2, 1, 1, 0, 1, 0},
+                 {100, 3, 1, 0, 1, 0}, {7, 5, 14, 0, 14, 10}};
     for (auto c : cases) {
         std::vector<u8> source(c.sw * c.sh, 200);
         u32 w = c.w, h = c.h, error = 0;

@@ -11,27 +11,15 @@
 
 namespace {
 
-os_window_event_t event(u32 kind, i32 x = 0, i32 y = 0) {
-    os_window_event_t e = {};
-    e.kind = kind;
-    e.x = x;
-    e.y = y;
-    return e;
-}
+os_window_event_t event(u32 kind, i32 x = 0, i32 y = 0) { return {kind, 0, 0, 0, 0, x, y}; }
+os_window_event_t wheel_event(f32 notches) { return {os_input_wheel, 0, 0, 0, 0, 0, 0, notches}; }
 
 os_window_event_t key_event(u32 virtual_key, bool down, u32 scan = 0, u32 flags = 0) {
-    os_window_event_t e = event(os_input_key);
-    e.virtual_key = virtual_key;
-    e.scan_code = scan;
-    e.flags = flags | (down ? (u32)os_key_down : 0u);
-    return e;
+    return {os_input_key, virtual_key, scan, flags | (down ? (u32)os_key_down : 0u)};
 }
 
-os_window_event_t button_event(u32 button, bool down, i32 x, i32 y) {
-    os_window_event_t e = event(os_input_button, x, y); // y from the top
-    e.button = button;
-    e.flags = down ? os_key_down : 0;
-    return e;
+os_window_event_t button_event(u32 button, bool down, i32 x, i32 y) { // y from the top
+    return {os_input_button, 0, 0, down ? (u32)os_key_down : 0u, button, x, y};
 }
 
 void push(const os_window_event_t &e) { os_window_headless_push(&e); }
@@ -176,10 +164,7 @@ TEST_F(input_fixture_t, ABurstKeepsThe32FirstCharacters) {
 }
 
 TEST_F(input_fixture_t, ButtonsWheelAndPointer) {
-    os_window_event_t up = event(os_input_wheel), down = event(os_input_wheel);
-    up.wheel = 2;
-    down.wheel = -1;
-    step({button_event(1, true, 10, 20), up, down}); // the last wheel of a pump counts
+    step({button_event(1, true, 10, 20), wheel_event(2), wheel_event(-1)}); // the last wheel of a pump counts
     EXPECT_EQ(queries(key_left_button), "1101");
     EXPECT_EQ(window.mouse_x, 10);
     EXPECT_EQ(window.mouse_y, window.height - 1 - 20);

@@ -45,14 +45,16 @@ TEST(HtmlTokenizer, Doctype) {
          {"<!doctype html system \"about:legacy-compat\">", "<!doctype html SySteM \"about:legacy-compat\" >",
           "<!doctype  html  system  'about:legacy-compat'  >"})
         cases.push_back({legacy, "D1", 0});
-    for (const char *bad : {"<!doctype html system \"about:legacy-compat\" nonsense>",
-                            "<!doctype html system \"About:legacy-compat\">", "<!doctype system \"about:legacy-compat\">",
-                            "<!doctype html system about:legacy-compat>", "<!doctype html system \"about:legacy-compat'>",
-                            "<!doctype >", "<!doctype nonsense html>", "<!doctype html nonsense>", "<!doctype html"})
+    for (const char *bad :
+         {"<!doctype html system \"about:legacy-compat\" nonsense>", "<!doctype html system \"About:legacy-compat\">",
+          "<!doctype system \"about:legacy-compat\">", "<!doctype html system about:legacy-compat>",
+          "<!doctype html system \"about:legacy-compat'>", "<!doctype >", "<!doctype nonsense html>",
+          "<!doctype html nonsense>", "<!doctype html"})
         cases.push_back({bad, "", 14});
     cases.insert(cases.end(), {{"<!doctypehtml>", "", 13}, {"<!doctype>", "", 13}, {"<!doctype\x0bhtml>", "", 13},
-                               {"<! doctype html>", "", 12}, {"< !doctype html>", "", 11}, {"< ! doctype html>", "", 11},
-                               {"<doctype html>", "S:doctype html", 0}, {"<!doctype html>text", "D0|T:text", 0},
+                               {"<! doctype html>", "", 12}, {"< !doctype html>", "", 11},
+                               {"< ! doctype html>", "", 11}, {"<doctype html>", "S:doctype html", 0},
+                               {"<!doctype html>text", "D0|T:text", 0},
                                {"<!doctype html public \"-//W3C//DTD\" \"http://x\">", "D0", 0}});
     run_cases(cases);
 }
@@ -140,7 +142,8 @@ TEST(HtmlTokenizer, ErrorReport) {
         std::string input;
         std::string report;
     } cases[] = {
-        {"<p>\nab\x01" "cd\nnext", "Error( 2, 3 ): The text contains an invalid character.\n    ab\x01" "cd\n      ^\n\n"},
+        {"<p>\nab\x01" "cd\nnext",
+         "Error( 2, 3 ): The text contains an invalid character.\n    ab\x01" "cd\n      ^\n\n"},
         {"<div a=\"x\"b>", "Error( 1, 11 ): An attribute value was not followed by a space (' ', '\\n', '\\r', '\\t', "
                            "'\\f'), a slash ('/') or a greater than sign ('>').\n    <div a=\"x\"b>\n              "
                            "^\n\n"},

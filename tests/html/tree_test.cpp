@@ -99,15 +99,17 @@ TEST(HtmlTree, Traversal) {
     for (auto &c : cases) {
         parsed_t p(c.input, 1);
         arena_t stack(html_tree_traversal_size(p.tokens.token_count + 1));
-        html_tree_traversal_t walk = html_tree_traversal_create(&stack.data, p.tree.nodes, p.tree.node_count, &p.tree_error);
+        html_tree_traversal_t walk =
+            html_tree_traversal_create(&stack.data, p.tree.nodes, p.tree.node_count, &p.tree_error);
         ASSERT_EQ(p.tree_error, 0u);
         std::string out;
+        auto name = [](const html_node_t *node) { return text(html_element_name(node->element)); };
         for (; html_tree_traversal_has_next(&walk); html_tree_traversal_step(&walk)) {
             html_node_t *node = html_tree_traversal_node(&walk);
             out += out.empty() ? "" : " ";
             if (node->kind == html_node_kind_text) out += "'" + text(node->text) + "'";
-            else if (html_element_has_flag(node->element, html_element_void)) out += text(html_element_name(node->element));
-            else out += (html_tree_traversal_entering(&walk) ? "+" : "-") + text(html_element_name(node->element));
+            else if (html_element_has_flag(node->element, html_element_void)) out += name(node);
+            else out += (html_tree_traversal_entering(&walk) ? "+" : "-") + name(node);
         }
         EXPECT_EQ(out, c.walk) << c.input;
     }
