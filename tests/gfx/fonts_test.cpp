@@ -71,8 +71,6 @@ TEST(Fonts, LookupRules) {
         {0x10FFFF, 191},
     };
     for (auto c : cases) EXPECT_EQ(font_glyph_index(font, c.code_point), c.index) << std::hex << c.code_point;
-    EXPECT_EQ(font->first_code_point, 0x20u);
-    EXPECT_EQ(font->code_points[font->first_searched], 0x152u);
 }
 
 TEST(Fonts, KerningSearchesTheHeadOfTheFontsPairs) {

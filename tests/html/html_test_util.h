@@ -85,24 +85,17 @@ inline tokenized_t tokenize(const std::string &input) {
 
 // A tree as nested text: "p(a:'x' b(...))" with attributes as [href=x].
 inline void tree_string_node(const html_node_t *node, std::string &out) {
-    if (node->kind == html_node_kind_text) {
-        out += "'" + text(node->text) + "'";
-        return;
-    }
+    if (node->kind == html_node_kind_text) return void(out += "'" + text(node->text) + "'");
     out += text(html_element_name(node->element));
     for (u32 i = 0; i < node->attribute_count; i++) {
-        out += "[" + text(html_attribute_name(node->attributes[i].attribute));
-        if (node->attributes[i].value.used) out += "=" + text(node->attributes[i].value);
-        out += "]";
+        const html_node_attribute_t &a = node->attributes[i];
+        out += "[" + text(html_attribute_name(a.attribute)) + (a.value.used ? "=" + text(a.value) : "") + "]";
     }
-    if (node->child_count) {
-        out += "(";
-        for (u32 i = 0; i < node->child_count; i++) {
-            if (i) out += " ";
-            tree_string_node(node->children[i], out);
-        }
-        out += ")";
+    for (u32 i = 0; i < node->child_count; i++) {
+        out += i ? " " : "(";
+        tree_string_node(node->children[i], out);
     }
+    if (node->child_count) out += ")";
 }
 
 // Tokens and tree of `input`, with their arenas kept alive; the tree is
