@@ -148,8 +148,7 @@ TEST_F(sdl_input_t, AWakeFromAnotherThreadEndsTheWait) {
 
 TEST_F(sdl_input_t, WheelAndButtons) {
     SDL_Event e = {};
-    e.type = SDL_MOUSEWHEEL;
-    e.wheel.y = 1;
+    e.wheel = {SDL_MOUSEWHEEL, 0, 0, 0, 0, 1};
     SDL_PushEvent(&e);
     e.wheel.y = -3;
     SDL_PushEvent(&e);

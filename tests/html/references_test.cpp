@@ -2,6 +2,8 @@
 // cursor stands just after the "&".
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "html_test_util.h"
 
 using namespace html_test;
@@ -40,11 +42,10 @@ TEST(HtmlReferences, Resolved) {
     };
     for (auto &c : cases) {
         reference_result_t r = parse_reference(c.input);
-        EXPECT_EQ(r.count, c.second == code_point_none ? 1u : 2u) << c.input;
-        EXPECT_EQ(r.first, c.first) << c.input;
-        EXPECT_EQ(r.second, c.second) << c.input;
-        EXPECT_EQ(r.moved, c.moved) << c.input;
-        EXPECT_EQ(r.ambiguous, 0u) << c.input;
+        u32 count = c.second == code_point_none ? 1 : 2;
+        // count, first, second, moved, ambiguous
+        EXPECT_EQ(std::tuple(r.count, r.first, r.second, r.moved, r.ambiguous),
+                  std::tuple(count, c.first, c.second, c.moved, 0u)) << c.input;
     }
 }
 
@@ -65,10 +66,9 @@ TEST(HtmlReferences, LeftAsWritten) {
     };
     for (auto &c : cases) {
         reference_result_t r = parse_reference(c.input);
-        EXPECT_EQ(r.count, 0u) << c.input;
-        EXPECT_EQ(r.first, code_point_none) << c.input;
-        EXPECT_EQ(r.moved, 0u) << c.input;
-        EXPECT_EQ(r.ambiguous, c.ambiguous) << c.input;
+        // count, first, moved, ambiguous
+        EXPECT_EQ(std::tuple(r.count, r.first, r.moved, r.ambiguous), std::tuple(0u, code_point_none, (u64)0, c.ambiguous))
+            << c.input;
     }
 }
 
