@@ -67,8 +67,8 @@ TEST(HtmlReferences, LeftAsWritten) {
     for (auto &c : cases) {
         reference_result_t r = parse_reference(c.input);
         // count, first, moved, ambiguous
-        EXPECT_EQ(std::tuple(r.count, r.first, r.moved, r.ambiguous), std::tuple(0u, code_point_none, (u64)0, c.ambiguous))
-            << c.input;
+        EXPECT_EQ(std::tuple(r.count, r.first, r.moved, r.ambiguous),
+                  std::tuple(0u, code_point_none, (u64)0, c.ambiguous)) << c.input;
     }
 }
 
