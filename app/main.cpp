@@ -72,19 +72,16 @@ static void app_graphics_init(data_t font_memory) {
     u32 commands = cell_rows * 5;
     // The ordinary layer (0 to 2), the layer of what pops up over it (3 to
     // 5), and images last.
-    u32 index = gl_batch_create_rectangles(&renderer);
-    assert_true(index == app_batch_rectangles);
-    index = gl_batch_create_text(&renderer, characters, commands, 0, 0, nullptr, &font_set, 0);
-    assert_true(index == app_batch_text);
-    index = gl_batch_create_strips(&renderer, icon_texture);
-    assert_true(index == app_batch_icons);
-    index = gl_batch_create_rectangles(&renderer);
-    assert_true(index == app_batch_popup_rectangles);
-    index = gl_batch_create_text(&renderer, characters, commands, 0, 0, nullptr, &font_set, 0);
-    assert_true(index == app_batch_popup_text);
-    index = gl_batch_create_strips(&renderer, icon_texture);
-    assert_true(index == app_batch_popup_icons);
-    index = gl_batch_create_images(&renderer);
+    const u32 layer_firsts[2] = {app_batch_rectangles, app_batch_popup_rectangles};
+    for (u32 first : layer_firsts) {
+        u32 index = gl_batch_create_rectangles(&renderer);
+        assert_true(index == first);
+        index = gl_batch_create_text(&renderer, characters, commands, 0, 0, nullptr, &font_set, 0);
+        assert_true(index == first + 1);
+        index = gl_batch_create_strips(&renderer, icon_texture);
+        assert_true(index == first + 2);
+    }
+    u32 index = gl_batch_create_images(&renderer);
     assert_true(index == app_batch_images);
 }
 

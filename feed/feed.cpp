@@ -369,3 +369,14 @@ feed_t *feed_parse(data_t *parse_memory, reader_t *reader, const data_t *documen
     if (type == reader_type_rss) return feed_map_rss(reader, found, rdf, url, feed, encoding, &scratch);
     return feed_map_atom(reader, found, url, feed, encoding, &scratch);
 }
+
+void feed_run_set(feed_run_t *run, const data_t *raw, data_t *field) {
+    feed_text_set(run->reader, raw, field, run->reader->code_points, run->encoding, run->scratch);
+}
+
+void feed_run_set_node(feed_run_t *run, const xml_node_t *node, data_t *field) {
+    data_t text = node_text(node);
+    feed_run_set(run, &text, field);
+}
+
+date_t feed_later(date_t a, date_t b) { return date_is_after(b, a) ? b : a; }

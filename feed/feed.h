@@ -57,6 +57,24 @@ void feed_link_category(reader_t *reader, u32 encoding, const category_t *raw, u
 void feed_link_person(reader_t *reader, u32 encoding, const person_t *raw, u32 kind, u32 owner_id,
                       u32 *owner_count, data_t *scratch);
 
+// The state of one mapping run: where fields go, how raw text is read, and
+// the dates that decide which items are new.
+struct feed_run_t {
+    reader_t *reader;
+    feed_t *feed;
+    u32 encoding;
+    data_t *scratch;
+    date_t threshold; // the stored feed's date when the run began (zero for a new feed)
+    date_t newest;    // the newest accepted item date so far
+};
+
+// feed_text_set with the run's reader, encoding and scratch; the second
+// takes the element text of a node.
+void feed_run_set(feed_run_t *run, const data_t *raw, data_t *field);
+void feed_run_set_node(feed_run_t *run, const xml_node_t *node, data_t *field);
+// The later of two dates.
+date_t feed_later(date_t a, date_t b);
+
 // Makes sure the text area will not need to grow while one item or entry is
 // read, so that a refused one can always be rolled back.
 void feed_reserve_for_item(reader_t *reader, const xml_node_t *item);

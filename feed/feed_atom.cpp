@@ -4,48 +4,24 @@
 #include "base/dates.h"
 #include "feed/feed.h"
 
-namespace {
-
-struct atom_run_t {
-    reader_t *reader;
-    feed_t *feed;
-    u32 encoding;
-    data_t *scratch;
-    date_t threshold; // the stored `updated` when the run began
-    date_t newest;
-};
-
-} // namespace
-
-static void atom_set(atom_run_t *run, const data_t *raw, data_t *field) {
-    feed_text_set(run->reader, raw, field, run->reader->code_points, run->encoding, run->scratch);
-}
-
-static void atom_set_text(atom_run_t *run, const xml_node_t *node, data_t *field) {
-    data_t text = node_text(node);
-    atom_set(run, &text, field);
-}
-
 static date_t atom_date(const xml_node_t *node) {
     data_t text = node_text(node);
     return date_parse_rfc3339(&text);
 }
 
-static date_t atom_later(date_t a, date_t b) { return date_is_after(b, a) ? b : a; }
-
 static const char *const atom_rel_names[5] = {"alternate", "related", "self", "enclosure", "via"};
 
-static void atom_link(atom_run_t *run, const xml_node_t *node, u32 owner_kind, u32 owner_id, u32 *link_count) {
+static void atom_link(feed_run_t *run, const xml_node_t *node, u32 owner_kind, u32 owner_id, u32 *link_count) {
     atom_link_t *link = reader_new_atom_link(run->reader, owner_kind, owner_id);
     assert_message(link, "The reader's atom links are full.");
     for (u32 a = 0; a < node->attribute_count; a++) {
         const xml_attribute_t *attribute = node->attributes[a];
         const data_t *value = &attribute->value;
         switch (attribute->name_index) {
-        case xml_attribute_href: atom_set(run, value, &link->href); break;
-        case xml_attribute_type: atom_set(run, value, &link->type); break;
-        case xml_attribute_hreflang: atom_set(run, value, &link->hreflang); break;
-        case xml_attribute_title: atom_set(run, value, &link->title); break;
+        case xml_attribute_href: feed_run_set(run, value, &link->href); break;
+        case xml_attribute_type: feed_run_set(run, value, &link->type); break;
+        case xml_attribute_hreflang: feed_run_set(run, value, &link->hreflang); break;
+        case xml_attribute_title: feed_run_set(run, value, &link->title); break;
         case xml_attribute_length: link->length = (u64)text_to_i64(value->bytes, value->used); break;
         case xml_attribute_rel:
             link->rel = atom_link_rel_alternate;
@@ -60,7 +36,7 @@ static void atom_link(atom_run_t *run, const xml_node_t *node, u32 owner_kind, u
     (*link_count)++;
 }
 
-static void atom_category(atom_run_t *run, const xml_node_t *node, u32 kind, u32 owner_id, u32 *count) {
+static void atom_category(feed_run_t *run, const xml_node_t *node, u32 kind, u32 owner_id, u32 *count) {
     category_t raw = {};
     for (u32 a = 0; a < node->attribute_count; a++) {
         const xml_attribute_t *attribute = node->attributes[a];
@@ -75,7 +51,7 @@ static void atom_category(atom_run_t *run, const xml_node_t *node, u32 kind, u32
 }
 
 // `author` and `contributor`: a person when any of the three parts is given.
-static void atom_person(atom_run_t *run, const xml_node_t *node, u32 kind, u32 owner_id, u32 *count) {
+static void atom_person(feed_run_t *run, const xml_node_t *node, u32 kind, u32 owner_id, u32 *count) {
     person_t raw = {};
     for (u32 i = 0; i < node->child_count; i++) {
         const xml_node_t *part = node->children[i];
@@ -90,7 +66,7 @@ static void atom_person(atom_run_t *run, const xml_node_t *node, u32 kind, u32 o
     feed_link_person(run->reader, run->encoding, &raw, kind, owner_id, count, run->scratch);
 }
 
-static void atom_entry(atom_run_t *run, const xml_node_t *node) {
+static void atom_entry(feed_run_t *run, const xml_node_t *node) {
     reader_t *reader = run->reader;
     feed_reserve_for_item(reader, node);
     reader_text_mark_t mark = reader_text_mark(reader);
@@ -102,29 +78,29 @@ static void atom_entry(atom_run_t *run, const xml_node_t *node) {
     for (u32 i = 0; i < node->child_count; i++) {
         const xml_node_t *child = node->children[i];
         switch (child->name_index) {
-        case xml_title: atom_set_text(run, child, &atom->title); break;
+        case xml_title: feed_run_set_node(run, child, &atom->title); break;
         case xml_link: atom_link(run, child, atom_link_owner_entry, entry->id, &atom->link_count); break;
         case xml_category:
             atom_category(run, child, link_kind_atom_entry_category, entry->id, &atom->category_count);
             break;
         case xml_author: atom_person(run, child, link_kind_atom_entry_author, entry->id, &atom->author_count); break;
-        case xml_source: atom_set(run, &child->text, &atom->source); break; // its own text only
-        case xml_id: atom_set_text(run, child, &atom->atom_id); break;
+        case xml_source: feed_run_set(run, &child->text, &atom->source); break; // its own text only
+        case xml_id: feed_run_set_node(run, child, &atom->atom_id); break;
         case xml_updated:
             atom->updated = atom_date(child);
-            run->newest = atom_later(run->newest, atom->updated);
+            run->newest = feed_later(run->newest, atom->updated);
             break;
         case xml_contributor:
             atom_person(run, child, link_kind_atom_entry_contributor, entry->id, &atom->contributor_count);
             break;
-        case xml_rights: atom_set_text(run, child, &atom->rights); break;
-        case xml_content: atom_set_text(run, child, &atom->content); break;
+        case xml_rights: feed_run_set_node(run, child, &atom->rights); break;
+        case xml_content: feed_run_set_node(run, child, &atom->content); break;
         case xml_published:
             atom->published = atom_date(child);
             if (date_is_empty(&atom->updated)) atom->updated = atom->published;
-            run->newest = atom_later(run->newest, atom->published);
+            run->newest = feed_later(run->newest, atom->published);
             break;
-        case xml_summary: atom_set_text(run, child, &atom->summary); break;
+        case xml_summary: feed_run_set_node(run, child, &atom->summary); break;
         default: break;
         }
     }
@@ -144,7 +120,7 @@ static void atom_entry(atom_run_t *run, const xml_node_t *node) {
 
 feed_t *feed_map_atom(reader_t *reader, xml_node_t *feed_node, const data_t *url, feed_t *feed, u32 encoding,
                       data_t *scratch) {
-    atom_run_t run = {};
+    feed_run_t run = {};
     run.reader = reader;
     run.encoding = encoding;
     run.scratch = scratch;
@@ -163,22 +139,22 @@ feed_t *feed_map_atom(reader_t *reader, xml_node_t *feed_node, const data_t *url
     for (u32 i = 0; i < feed_node->child_count; i++) {
         const xml_node_t *child = feed_node->children[i];
         switch (child->name_index) {
-        case xml_title: atom_set_text(&run, child, &atom->title); break;
+        case xml_title: feed_run_set_node(&run, child, &atom->title); break;
         case xml_link: atom_link(&run, child, atom_link_owner_feed, feed->id, &atom->link_count); break;
         case xml_category:
             atom_category(&run, child, link_kind_atom_feed_category, feed->id, &atom->category_count);
             break;
         case xml_generator: {
             data_t text = node_text(child);
-            if (text.used) atom_set(&run, &text, &atom->generator);
+            if (text.used) feed_run_set(&run, &text, &atom->generator);
             const data_t *uri = node_attribute(child, xml_attribute_uri);
-            if (uri) atom_set(&run, uri, &atom->generator_uri);
+            if (uri) feed_run_set(&run, uri, &atom->generator_uri);
             const data_t *version = node_attribute(child, xml_attribute_version);
-            if (version) atom_set(&run, version, &atom->generator_version);
+            if (version) feed_run_set(&run, version, &atom->generator_version);
             break;
         }
         case xml_author: atom_person(&run, child, link_kind_atom_feed_author, feed->id, &atom->author_count); break;
-        case xml_id: atom_set_text(&run, child, &atom->atom_id); break;
+        case xml_id: feed_run_set_node(&run, child, &atom->atom_id); break;
         case xml_updated: {
             date_t date = atom_date(child);
             if (date_is_after(date, atom->updated)) atom->updated = date;
@@ -187,10 +163,10 @@ feed_t *feed_map_atom(reader_t *reader, xml_node_t *feed_node, const data_t *url
         case xml_contributor:
             atom_person(&run, child, link_kind_atom_feed_contributor, feed->id, &atom->contributor_count);
             break;
-        case xml_icon: atom_set_text(&run, child, &atom->icon); break;
-        case xml_logo: atom_set_text(&run, child, &atom->logo); break;
-        case xml_rights: atom_set_text(&run, child, &atom->rights); break;
-        case xml_subtitle: atom_set_text(&run, child, &atom->subtitle); break;
+        case xml_icon: feed_run_set_node(&run, child, &atom->icon); break;
+        case xml_logo: feed_run_set_node(&run, child, &atom->logo); break;
+        case xml_rights: feed_run_set_node(&run, child, &atom->rights); break;
+        case xml_subtitle: feed_run_set_node(&run, child, &atom->subtitle); break;
         case xml_entry: atom_entry(&run, child); break;
         default: break;
         }

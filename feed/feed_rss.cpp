@@ -4,33 +4,9 @@
 #include "base/dates.h"
 #include "feed/feed.h"
 
-namespace {
-
-struct rss_run_t {
-    reader_t *reader;
-    feed_t *feed;
-    u32 encoding;
-    data_t *scratch;
-    date_t threshold; // the stored last_build_date when the run began
-    date_t newest;    // the newest accepted item date so far
-};
-
-} // namespace
-
-static void rss_set(rss_run_t *run, const data_t *raw, data_t *field) {
-    feed_text_set(run->reader, raw, field, run->reader->code_points, run->encoding, run->scratch);
-}
-
-static void rss_set_text(rss_run_t *run, const xml_node_t *node, data_t *field) {
-    data_t text = node_text(node);
-    rss_set(run, &text, field);
-}
-
 static u64 rss_number(const data_t *text) { return (u64)text_to_i64(text->bytes, text->used); }
 
-static date_t rss_later(date_t a, date_t b) { return date_is_after(b, a) ? b : a; }
-
-static void rss_item(rss_run_t *run, const xml_node_t *item) {
+static void rss_item(feed_run_t *run, const xml_node_t *item) {
     reader_t *reader = run->reader;
     feed_reserve_for_item(reader, item);
     reader_text_mark_t mark = reader_text_mark(reader);
@@ -43,14 +19,14 @@ static void rss_item(rss_run_t *run, const xml_node_t *item) {
     for (u32 i = 0; i < item->child_count && !refused; i++) {
         const xml_node_t *child = item->children[i];
         switch (child->name_index) {
-        case xml_title: rss_set_text(run, child, &entry->rss.title); break;
-        case xml_link: rss_set_text(run, child, &entry->rss.link); break;
-        case xml_description: rss_set_text(run, child, &entry->rss.description); break;
+        case xml_title: feed_run_set_node(run, child, &entry->rss.title); break;
+        case xml_link: feed_run_set_node(run, child, &entry->rss.link); break;
+        case xml_description: feed_run_set_node(run, child, &entry->rss.description); break;
         case xml_pub_date: {
             data_t text = node_text(child);
             date_t date = date_parse_rfc822(&text);
             entry->rss.pub_date = date;
-            if (date_is_after(date, run->threshold)) run->newest = rss_later(run->newest, date);
+            if (date_is_after(date, run->threshold)) run->newest = feed_later(run->newest, date);
             else refused = true;
             break;
         }
@@ -61,33 +37,33 @@ static void rss_item(rss_run_t *run, const xml_node_t *item) {
                                &entry->rss.category_count, run->scratch);
             break;
         }
-        case xml_author: rss_set_text(run, child, &entry->rss.author); break;
-        case xml_comments: rss_set_text(run, child, &entry->rss.comments); break;
+        case xml_author: feed_run_set_node(run, child, &entry->rss.author); break;
+        case xml_comments: feed_run_set_node(run, child, &entry->rss.comments); break;
         case xml_enclosure:
             for (u32 a = 0; a < child->attribute_count; a++) {
                 const xml_attribute_t *attribute = child->attributes[a];
                 switch (attribute->name_index) {
-                case xml_attribute_url: rss_set(run, &attribute->value, &entry->rss.enclosure_url); break;
+                case xml_attribute_url: feed_run_set(run, &attribute->value, &entry->rss.enclosure_url); break;
                 case xml_attribute_length: entry->rss.enclosure_length = rss_number(&attribute->value); break;
-                case xml_attribute_type: rss_set(run, &attribute->value, &entry->rss.enclosure_type); break;
+                case xml_attribute_type: feed_run_set(run, &attribute->value, &entry->rss.enclosure_type); break;
                 default: break;
                 }
             }
             break;
         case xml_guid: {
-            rss_set_text(run, child, &entry->rss.guid);
+            feed_run_set_node(run, child, &entry->rss.guid);
             const data_t *perma = node_attribute(child, xml_attribute_is_perma_link);
             entry->rss.guid_is_perma_link = perma && !memory_equal(perma->bytes, perma->used, "true", 4) ? 0 : 1;
             break;
         }
         case xml_source: {
-            rss_set_text(run, child, &entry->rss.source);
+            feed_run_set_node(run, child, &entry->rss.source);
             const data_t *url = node_attribute(child, xml_attribute_url);
-            if (url) rss_set(run, url, &entry->rss.source_url);
+            if (url) feed_run_set(run, url, &entry->rss.source_url);
             break;
         }
         case xml_content: // content:encoded stands in for a description not given first
-            if (entry->rss.description.used == 0) rss_set_text(run, child, &entry->rss.description);
+            if (entry->rss.description.used == 0) feed_run_set_node(run, child, &entry->rss.description);
             break;
         default: break;
         }
@@ -108,16 +84,16 @@ static void rss_item(rss_run_t *run, const xml_node_t *item) {
 static const char *const rss_day_names[7] = {"Monday", "Tuesday", "Wednesday", "Thursday",
                                              "Friday", "Saturday", "Sunday"};
 
-static void rss_channel_child(rss_run_t *run, const xml_node_t *child) {
+static void rss_channel_child(feed_run_t *run, const xml_node_t *child) {
     feed_rss_t *rss = &run->feed->rss;
     switch (child->name_index) {
-    case xml_title: rss_set_text(run, child, &rss->title); break;
-    case xml_link: rss_set_text(run, child, &rss->link); break;
-    case xml_description: rss_set_text(run, child, &rss->description); break;
-    case xml_language: rss_set_text(run, child, &rss->language); break;
-    case xml_copyright: rss_set_text(run, child, &rss->copyright); break;
-    case xml_managing_editor: rss_set_text(run, child, &rss->managing_editor); break;
-    case xml_web_master: rss_set_text(run, child, &rss->web_master); break;
+    case xml_title: feed_run_set_node(run, child, &rss->title); break;
+    case xml_link: feed_run_set_node(run, child, &rss->link); break;
+    case xml_description: feed_run_set_node(run, child, &rss->description); break;
+    case xml_language: feed_run_set_node(run, child, &rss->language); break;
+    case xml_copyright: feed_run_set_node(run, child, &rss->copyright); break;
+    case xml_managing_editor: feed_run_set_node(run, child, &rss->managing_editor); break;
+    case xml_web_master: feed_run_set_node(run, child, &rss->web_master); break;
     case xml_pub_date: {
         data_t text = node_text(child);
         date_t date = date_parse_rfc822(&text);
@@ -137,19 +113,19 @@ static void rss_channel_child(rss_run_t *run, const xml_node_t *child) {
                            &rss->category_count, run->scratch);
         break;
     }
-    case xml_generator: rss_set_text(run, child, &rss->generator); break;
-    case xml_docs: rss_set_text(run, child, &rss->docs); break;
+    case xml_generator: feed_run_set_node(run, child, &rss->generator); break;
+    case xml_docs: feed_run_set_node(run, child, &rss->docs); break;
     case xml_cloud:
         for (u32 a = 0; a < child->attribute_count; a++) {
             const xml_attribute_t *attribute = child->attributes[a];
             switch (attribute->name_index) {
-            case xml_attribute_domain: rss_set(run, &attribute->value, &rss->cloud_domain); break;
+            case xml_attribute_domain: feed_run_set(run, &attribute->value, &rss->cloud_domain); break;
             case xml_attribute_port: rss->cloud_port = (u32)rss_number(&attribute->value); break;
-            case xml_attribute_path: rss_set(run, &attribute->value, &rss->cloud_path); break;
+            case xml_attribute_path: feed_run_set(run, &attribute->value, &rss->cloud_path); break;
             case xml_attribute_register_procedure:
-                rss_set(run, &attribute->value, &rss->cloud_register_procedure);
+                feed_run_set(run, &attribute->value, &rss->cloud_register_procedure);
                 break;
-            case xml_attribute_protocol: rss_set(run, &attribute->value, &rss->cloud_protocol); break;
+            case xml_attribute_protocol: feed_run_set(run, &attribute->value, &rss->cloud_protocol); break;
             default: break;
             }
         }
@@ -163,25 +139,25 @@ static void rss_channel_child(rss_run_t *run, const xml_node_t *child) {
         for (u32 i = 0; i < child->child_count; i++) {
             const xml_node_t *part = child->children[i];
             switch (part->name_index) {
-            case xml_url: rss_set(run, &part->text, &rss->image_url); break;
-            case xml_title: rss_set(run, &part->text, &rss->image_title); break;
-            case xml_link: rss_set(run, &part->text, &rss->image_link); break;
-            case xml_description: rss_set(run, &part->text, &rss->image_description); break;
+            case xml_url: feed_run_set(run, &part->text, &rss->image_url); break;
+            case xml_title: feed_run_set(run, &part->text, &rss->image_title); break;
+            case xml_link: feed_run_set(run, &part->text, &rss->image_link); break;
+            case xml_description: feed_run_set(run, &part->text, &rss->image_description); break;
             case xml_width: rss->image_width = (u32)rss_number(&part->text); break;
             case xml_height: rss->image_height = (u32)rss_number(&part->text); break;
             default: break;
             }
         }
         break;
-    case xml_rating: rss_set_text(run, child, &rss->rating); break;
+    case xml_rating: feed_run_set_node(run, child, &rss->rating); break;
     case xml_text_input:
         for (u32 i = 0; i < child->child_count; i++) {
             const xml_node_t *part = child->children[i];
             switch (part->name_index) {
-            case xml_title: rss_set(run, &part->text, &rss->text_input_title); break;
-            case xml_description: rss_set(run, &part->text, &rss->text_input_description); break;
-            case xml_name: rss_set(run, &part->text, &rss->text_input_name); break;
-            case xml_link: rss_set(run, &part->text, &rss->text_input_link); break;
+            case xml_title: feed_run_set(run, &part->text, &rss->text_input_title); break;
+            case xml_description: feed_run_set(run, &part->text, &rss->text_input_description); break;
+            case xml_name: feed_run_set(run, &part->text, &rss->text_input_name); break;
+            case xml_link: feed_run_set(run, &part->text, &rss->text_input_link); break;
             default: break;
             }
         }
@@ -213,7 +189,7 @@ static void rss_channel_child(rss_run_t *run, const xml_node_t *child) {
 
 feed_t *feed_map_rss(reader_t *reader, xml_node_t *channel, xml_node_t *rdf, const data_t *url, feed_t *feed,
                      u32 encoding, data_t *scratch) {
-    rss_run_t run = {};
+    feed_run_t run = {};
     run.reader = reader;
     run.encoding = encoding;
     run.scratch = scratch;

@@ -11,37 +11,12 @@
 #include <string>
 #include <vector>
 
-#include "reader/reader.h"
+#include "tests/reader/reader_fixture.h"
 
 namespace {
 
-struct bench_reader_t {
-    reader_t reader = {};
-    code_point_list_t code_points = {};
-    std::vector<u32> code_point_array;
-    data_t frame_memory = {};
-    u32 replacement_glyph_index = 191;
-
-    bench_reader_t() {
-        system_info_get();
-        reader_init(&reader);
-        code_point_array.assign(code_point_list_capacity, 0);
-        code_point_list_init(&code_points, code_point_array.data(), code_point_list_capacity);
-        reader.code_points = &code_points;
-        reader.replacement_glyph_index = &replacement_glyph_index;
-        frame_memory = data_virtual_alloc(0xA00000, 0);
-    }
-    ~bench_reader_t() {
-        data_virtual_free(&reader.storage);
-        data_virtual_free(&reader.text_block);
-        data_virtual_free(&reader.text_block_spare);
-        data_virtual_free(&frame_memory);
-    }
-    data_t add(const std::string &s) {
-        data_t d = {s.size(), s.size(), (u8 *)s.data()};
-        return reader_text_add(&reader, &d);
-    }
-};
+// The benchmarks fill the same reader record the tests use.
+using bench_reader_t = test_reader_t;
 
 unsigned seed = 11;
 unsigned next(unsigned n) {

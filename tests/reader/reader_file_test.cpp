@@ -10,6 +10,8 @@
 #include <random>
 #include <set>
 
+#include <gtest/gtest.h>
+
 #include "reader_fixture.h"
 
 namespace fs = std::filesystem;

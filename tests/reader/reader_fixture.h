@@ -1,8 +1,7 @@
 // reader_fixture.h - a reader with its code point list and frame memory for
-// the tests, and small builders that fill it the way the feed parser does.
+// the tests and the benchmarks, and small builders that fill it the way the
+// feed parser does. Needs no test framework.
 #pragma once
-
-#include <gtest/gtest.h>
 
 #include <string>
 #include <vector>

@@ -4,6 +4,8 @@
 #include <cstring>
 #include <random>
 
+#include <gtest/gtest.h>
+
 #include "reader_fixture.h"
 
 TEST(ReaderCreate, EntriesCountOnlyOnceAccepted) {
