@@ -469,8 +469,14 @@ TEST(ReaderFile, DamagedFilesAreRefusedWithTheirReason) {
         {"atom link of a missing entry", {{first_link - 120, 3, 4}, {first_entry + 28, 0, 4}}, n, reader_error_records},
         {"generation beyond its entries", {{88 + 16, 5000000, 4}, {first_entry + 12, 5000000, 4}}, n,
          reader_error_records},
+        // The two links, then the metas: the first one names no feed.
+        {"meta of a missing feed", {{first_link + 2 * 12 + 4, 9, 4}}, n, reader_error_records},
         {"text larger than the area", {{text_section, 0x7000000, 4}}, n, reader_error_text},
     };
+    // The meta row must land on a feed id.
+    u32 meta_feed = 0;
+    memcpy(&meta_feed, good.data() + first_link + 2 * 12 + 4, 4);
+    EXPECT_TRUE(meta_feed == 1 || meta_feed == 2) << meta_feed;
     for (const row &r : rows) {
         std::vector<u8> bytes = good;
         bytes.resize(r.size);
