@@ -1,0 +1,1 @@
+// toolkit.cpp - placeholder so the library exists before its first file lands.

@@ -1,0 +1,1 @@
+// views.cpp - placeholder so the library exists before its first file lands.
