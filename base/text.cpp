@@ -6,8 +6,10 @@
 
 static u8 text_fold(u8 c) { return (c >= 'A' && c <= 'Z') ? (u8)(c + 32) : c; }
 
+// An empty text (no bytes at all) is ordinary input: a cut attribute value,
+// an empty header. Only a length without bytes is a caller's mistake.
 bool data_equal_ignore_case(const data_t *a, const data_t *b) {
-    assert_true(a->bytes && b->bytes);
+    assert_true((a->bytes || a->used == 0) && (b->bytes || b->used == 0));
     if (a->used != b->used) return false;
     for (u64 i = 0; i < a->used; i++)
         if (text_fold(a->bytes[i]) != text_fold(b->bytes[i])) return false;
@@ -87,7 +89,7 @@ const u8 *text_find_non_space_backward(const u8 *first, const u8 *end) {
 }
 
 data_t data_trim_end(data_t *out, data_t *text, const data_t *set) {
-    assert_true(text->bytes);
+    assert_true(text->bytes || text->used == 0);
     while (text->used > 0 && char_is_any_u8(text->bytes[text->used - 1], set->bytes, set->used)) text->used--;
     if (text->reserved < text->used) text->reserved = text->used;
     *out = *text;

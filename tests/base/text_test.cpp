@@ -52,6 +52,9 @@ TEST(TextSearch, PrefixesAndCase) {
     data_t uv = view(u), wv = view(w);
     EXPECT_TRUE(data_equal_ignore_case(&tv, &uv));
     EXPECT_FALSE(data_equal_ignore_case(&tv, &wv));
+    data_t none = {}; // an empty text has no bytes at all
+    EXPECT_TRUE(data_equal_ignore_case(&none, &none));
+    EXPECT_FALSE(data_equal_ignore_case(&none, &tv));
 }
 
 TEST(TextSearch, SpaceFinders) {

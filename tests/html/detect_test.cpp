@@ -32,6 +32,8 @@ TEST(HtmlDetect, MetaElements) {
         {"<! weird > <meta charset=euc-jp>", 33}, {"<<meta charset=euc-jp>", 33}, {"", 0}, {"<", 0}, {"<meta ", 0},
         {"<meta charset=\"big5", 32}, // an unclosed value still counts
         {"<meta charset=big5", 32},
+        // An http-equiv whose value comes out empty.
+        {std::string("\0<oc!dtype html><meta http-equiv=\"\x15\0\0\0\xAF" "at\x9F\x92" "cii\">", 48), 0},
     };
     for (auto &c : cases) EXPECT_EQ(detect(c.input), c.encoding) << c.input;
 }
