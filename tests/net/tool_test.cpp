@@ -264,6 +264,18 @@ TEST_F(tool_fixture, html_gives_tokens_tree_and_the_tokenizer_report_as_json) {
     EXPECT_FALSE(d["error"]["name"].s.empty());
     EXPECT_NE(d["log"].s.find("\x01"), std::string::npos); // the line quoted as it stands
     EXPECT_EQ(tool({"html", "--strict", bad}).status, 0);
+
+    // Unclosed tags nest as deep as there are tags, and all of it prints.
+    std::string deep = folder + "/deep.html", text;
+    for (int i = 0; i < 500; i++) text += "<p>a";
+    std::ofstream(deep, std::ios::binary) << text;
+    r = tool({"html", deep});
+    ASSERT_EQ(r.status, 0) << r.err;
+    d = json_parse(r.out, &ok);
+    ASSERT_TRUE(ok);
+    int depth = 1;
+    for (const json_value_t *n = &d["tree"][0]; (*n)["children"].size() == 2; n = &(*n)["children"][1]) depth++;
+    EXPECT_EQ(depth, 500);
 }
 
 TEST_F(tool_fixture, bad_command_lines_print_the_usage) {

@@ -747,32 +747,53 @@ static const char *html_token_kind_name(u32 kind) {
     }
 }
 
-static void html_dump_node(const html_node_t *node) {
-    json_separator();
-    json_open("{");
+static void html_dump_node_open(const html_node_t *node, bool first) {
+    if (!first) out_c(",");
     if (node->kind == html_node_kind_text) {
-        json_key("text");
+        out_c("{\"text\":");
         out_json_data(&node->text);
-        json_close("}");
+        out_c("}");
         return;
     }
     data_t name = html_element_name(node->element);
-    json_string("element", &name);
-    json_key("attributes");
-    json_open("{");
+    out_c("{\"element\":");
+    out_json_data(&name);
+    out_c(",\"attributes\":{");
     for (u32 i = 0; i < node->attribute_count; i++) {
         data_t attribute = html_attribute_name(node->attributes[i].attribute);
-        json_separator();
+        if (i) out_c(",");
         out_json_data(&attribute);
         out_c(":");
         out_json_data(&node->attributes[i].value);
     }
-    json_close("}");
-    json_key("children");
-    json_open("[");
-    for (u32 i = 0; i < node->child_count; i++) html_dump_node(node->children[i]);
-    json_close("]");
-    json_close("}");
+    out_c("},\"children\":[");
+}
+
+// The children of `root` as JSON values, without recursion: the tolerant
+// tree has no implied end tags, so a document of unclosed tags nests as deep
+// as it has tags, and any tree the parser gives must print.
+static void html_dump_children(const html_node_t *root, u64 node_count) {
+    data_t stack_block = data_virtual_alloc((node_count + 1) * sizeof(u32), 0);
+    assert_message(stack_block.bytes, "No memory for the tree walk.");
+    u32 *next = (u32 *)stack_block.bytes; // per level: the next child to print
+    u64 depth = 0;
+    const html_node_t *parent = root;
+    next[0] = 0;
+    for (;;) {
+        if (next[depth] < parent->child_count) {
+            const html_node_t *child = parent->children[next[depth]];
+            html_dump_node_open(child, next[depth]++ == 0);
+            if (child->kind == html_node_kind_text) continue;
+            parent = child;
+            next[++depth] = 0;
+            continue;
+        }
+        if (depth == 0) break;
+        out_c("]}");
+        parent = parent->parent;
+        depth--;
+    }
+    data_virtual_free(&stack_block);
 }
 
 static int tool_html(const tool_args_t *args) {
@@ -838,9 +859,7 @@ static int tool_html(const tool_args_t *args) {
     json_close("]");
     json_key("tree");
     json_open("[");
-    if (document.tree.nodes) {
-        for (u32 i = 0; i < document.tree.nodes->child_count; i++) html_dump_node(document.tree.nodes->children[i]);
-    }
+    if (document.tree.nodes) html_dump_children(document.tree.nodes, document.tree.node_count);
     json_close("]");
     main_log = log_channel(log_main);
     data_t log_text = {};
