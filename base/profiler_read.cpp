@@ -74,6 +74,14 @@ static f64 profiler_to_counter(const profiler_clock_t *clock, u64 tsc) {
 
 static f64 profiler_span_seconds(const profiler_clock_t *clock, u64 start, u64 end) {
     if (!clock->qpc_frequency) return 0;
+    // The measured mapping is a plain ratio: scale the span, not its two
+    // stamps. Stamps of a machine that has run for days are large enough
+    // that converting each loses a tick or more, which is a visible share of
+    // a short span and makes sums of spans disagree with their total.
+    if (clock->clock_measured == 0) {
+        if (!clock->tsc_span) return 0;
+        return (f64)(i64)(end - start) * ((f64)clock->qpc_span / (f64)clock->tsc_span) / (f64)clock->qpc_frequency;
+    }
     return (profiler_to_counter(clock, end) - profiler_to_counter(clock, start)) / (f64)clock->qpc_frequency;
 }
 
