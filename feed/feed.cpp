@@ -56,13 +56,33 @@ static u32 feed_reference(const u8 *first, const u8 *end) {
     return (u32)value;
 }
 
-// The code points met in one conversion, so that each distinct one costs one
-// search of the list per call, not one per character. The list only grows
-// during a call, so a code point once found stays found.
+// The code points met in one conversion, so that each distinct one costs at
+// most one search of the list per call, not one per character. The list only
+// grows during a call, so a code point once found stays found.
 struct feed_code_point_cache_t {
     u64 ascii[2];
     u32 recent[64];
 };
+
+// Where in the list a code point was last found, by its low bits. An answer is
+// only taken after the list is seen to hold that code point there, so it
+// stays right whatever became of the list (a save's trim, another reader).
+// Main thread only, as all parsing.
+static u32 feed_code_point_places[1024];
+
+static void feed_code_point_search(code_point_list_t *list, u32 code_point) {
+    u32 *place = &feed_code_point_places[code_point & 1023];
+    if (*place < list->count && list->code_points[*place] == code_point) return;
+    for (u32 i = 0; i < list->count; i++) {
+        if (list->code_points[i] == code_point) {
+            *place = i;
+            return;
+        }
+    }
+    assert_message(list->count < list->capacity, "The list of code points is full.");
+    *place = list->count;
+    list->code_points[list->count++] = code_point;
+}
 
 static void feed_code_point_note(code_point_list_t *list, feed_code_point_cache_t *cache, u32 code_point) {
     if (code_point < 128) {
@@ -74,11 +94,7 @@ static void feed_code_point_note(code_point_list_t *list, feed_code_point_cache_
         if (*slot == code_point) return;
         *slot = code_point;
     }
-    for (u32 i = 0; i < list->count; i++) {
-        if (list->code_points[i] == code_point) return;
-    }
-    assert_message(list->count < list->capacity, "The list of code points is full.");
-    list->code_points[list->count++] = code_point;
+    feed_code_point_search(list, code_point);
 }
 
 void feed_text_set(reader_t *reader, const data_t *raw, data_t *field, code_point_list_t *code_points, u32 encoding,
@@ -119,6 +135,35 @@ void feed_text_set(reader_t *reader, const data_t *raw, data_t *field, code_poin
     bool ascii_bytes = encoding != encoding_iso_2022_jp && encoding != encoding_utf16be &&
                        encoding != encoding_utf16le && encoding != encoding_replacement;
     while (p < end) {
+        // A run of plain ASCII (no "&") is copied as it stands.
+        if (ascii_bytes && *p < 0x80 && *p != '&') {
+            u64 room = capacity - size;
+            const u8 *limit = (u64)(end - p) < room ? end : p + room;
+            const u8 *q = p;
+            u8 *o = out + size;
+            u64 seen_low = cache.ascii[0], seen_high = cache.ascii[1];
+            while (q < limit) {
+                u8 b = *q;
+                if (b >= 0x80 || b == '&') break;
+                *o++ = b;
+                u64 bit = 1ull << (b & 63);
+                u64 *seen = b < 64 ? &seen_low : &seen_high;
+                if (!(*seen & bit)) {
+                    *seen |= bit;
+                    feed_code_point_search(code_points, b);
+                }
+                q++;
+            }
+            cache.ascii[0] = seen_low, cache.ascii[1] = seen_high;
+            size += (u64)(q - p);
+            p = q;
+            if (p == limit && p < end && *p < 0x80 && *p != '&') {
+                feed_code_point_note(code_points, &cache, *p);
+                write(*p); // no room: marks the text as cut
+                break;
+            }
+            continue;
+        }
         u32 code_point = code_point_none, second = code_point_none;
         u8 consumed = 0;
         if (ascii_bytes && *p < 0x80) {
@@ -377,6 +422,39 @@ void feed_run_set(feed_run_t *run, const data_t *raw, data_t *field) {
 void feed_run_set_node(feed_run_t *run, const xml_node_t *node, data_t *field) {
     data_t text = node_text(node);
     feed_run_set(run, &text, field);
+}
+
+static u64 feed_guid_bit(const data_t *guid) {
+    u64 hash = 0xcbf29ce484222325ull; // FNV-1a
+    for (u64 i = 0; i < guid->used; i++) hash = (hash ^ guid->bytes[i]) * 0x100000001b3ull;
+    return hash ^ (hash >> 29);
+}
+
+static void feed_guid_filter_add(feed_run_t *run, const data_t *guid) {
+    u64 bit = feed_guid_bit(guid) % (sizeof(run->guid_filter) * 8);
+    run->guid_filter[bit >> 6] |= 1ull << (bit & 63);
+}
+
+entry_t *feed_run_find_twin(feed_run_t *run, const data_t *guid) {
+    if (!guid || guid->used == 0 || !run->feed) return nullptr;
+    feed_t *feed = run->feed;
+    if (!run->guid_filter_ready) {
+        run->guid_filter_ready = true;
+        u32 found = 0;
+        pool_t *entries = &run->reader->entries;
+        for (u32 i = 0; i < entries->max_entry_count && found < feed->entry_count; i++) {
+            entry_t *entry = (entry_t *)pool_entry(entries, sizeof(entry_t), i);
+            if (!entry_is_valid(entry) || entry->feed_id != feed->id) continue;
+            found++;
+            data_t own = entry_get_guid(entry);
+            if (own.used) feed_guid_filter_add(run, &own);
+        }
+    }
+    u64 bit = feed_guid_bit(guid) % (sizeof(run->guid_filter) * 8);
+    entry_t *twin = nullptr;
+    if (run->guid_filter[bit >> 6] & (1ull << (bit & 63))) twin = reader_get_entry_by_guid(run->reader, feed->id, guid);
+    feed_guid_filter_add(run, guid);
+    return twin;
 }
 
 date_t feed_later(date_t a, date_t b) { return date_is_after(b, a) ? b : a; }

@@ -66,7 +66,17 @@ struct feed_run_t {
     data_t *scratch;
     date_t threshold; // the stored feed's date when the run began (zero for a new feed)
     date_t newest;    // the newest accepted item date so far
+    // A bit per guid hash: set for every guid of the feed's stored entries
+    // (on the first look-up) and for each guid accepted since. A clear bit
+    // means the feed holds no entry of that guid, with no walk of the pool.
+    u64 guid_filter[512];
+    bool guid_filter_ready;
 };
+
+// The stored entry of the run's feed that an accepted item of this guid
+// replaces (as reader_get_entry_by_guid finds it), or null; the guid is noted
+// as the feed's from then on.
+entry_t *feed_run_find_twin(feed_run_t *run, const data_t *guid);
 
 // feed_text_set with the run's reader, encoding and scratch; the second
 // takes the element text of a node.

@@ -113,7 +113,7 @@ static void atom_entry(feed_run_t *run, const xml_node_t *node) {
         run->newest = saved_newest;
         return;
     }
-    entry_t *twin = reader_get_entry_by_guid(reader, run->feed->id, &atom->atom_id);
+    entry_t *twin = feed_run_find_twin(run, &atom->atom_id);
     if (twin) reader_delete_entry(reader, twin, run->feed);
     reader_accept_entry(reader, run->feed, entry);
 }

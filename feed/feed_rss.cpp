@@ -76,7 +76,7 @@ static void rss_item(feed_run_t *run, const xml_node_t *item) {
         run->newest = saved_newest;
         return;
     }
-    entry_t *twin = reader_get_entry_by_guid(reader, run->feed->id, &entry->rss.guid);
+    entry_t *twin = feed_run_find_twin(run, &entry->rss.guid);
     if (twin) reader_delete_entry(reader, twin, run->feed);
     reader_accept_entry(reader, run->feed, entry);
 }

@@ -278,11 +278,11 @@ entry_t *reader_get_entry_by_id(reader_t *reader, u32 feed_id, u32 entry_id) {
     feed_t *feed = reader_get_feed_by_id(reader, feed_id);
     if (!feed) return nullptr;
     u32 found = 0;
+    if (feed->entry_count == 0) return nullptr;
     READER_FOR_EACH(entry_t, entry, reader->entries, reader_pool_live_entry) {
-        if (found >= feed->entry_count) break;
         if (entry->feed_id != feed_id) continue;
-        found++;
         if (entry->id == entry_id) return entry;
+        if (++found == feed->entry_count) break;
     }
     return nullptr;
 }
@@ -291,14 +291,16 @@ entry_t *reader_get_entry_by_guid(reader_t *reader, u32 feed_id, const data_t *g
     if (!guid || guid->used == 0) return nullptr;
     feed_t *feed = reader_get_feed_by_id(reader, feed_id);
     if (!feed) return nullptr;
+    // The walk ends once all of the feed's entries are seen: the pool may
+    // count a slot no walk sees (an item being read), so the pool's own count
+    // would not stop it before the last slot.
     u32 found = 0;
+    if (feed->entry_count == 0) return nullptr;
     READER_FOR_EACH(entry_t, entry, reader->entries, reader_pool_live_entry) {
-        if (found >= feed->entry_count) break;
         if (entry->feed_id != feed_id) continue;
-        found++;
         data_t own = entry_get_guid(entry);
-        if (own.used == 0) continue;
-        if (memory_equal(own.bytes, own.used, guid->bytes, guid->used)) return entry;
+        if (own.used != 0 && memory_equal(own.bytes, own.used, guid->bytes, guid->used)) return entry;
+        if (++found == feed->entry_count) break;
     }
     return nullptr;
 }
