@@ -309,11 +309,18 @@ int main(int argc, char **argv) {
         profiler_write(&path, true, &error);
     }
     reader_audit(&reader);
-    if (!reader_save(&reader, &app.user_folder, &app.frame_memory)) {
-        // The reason is in the log; a Linux user looks on stderr.
+    u32 save_reason = 0;
+    if (!reader_save(&reader, &app.user_folder, &app.frame_memory, &save_reason)) {
+        // The reason is in the log too; a Linux user looks on stderr.
         const char text[] = "tidewrack: the reader could not be saved in ";
         os_write_stderr(text, sizeof(text) - 1);
         os_write_stderr((const char *)app.user_folder.bytes, app.user_folder.used);
+        if (save_reason) {
+            char reason[256];
+            u64 n = os_error_text(save_reason, reason, sizeof(reason));
+            os_write_stderr(": ", 2);
+            os_write_stderr(reason, n);
+        }
         os_write_stderr("\n", 1);
     }
     if (args_find_z("-log", 1)) {

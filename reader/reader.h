@@ -507,10 +507,12 @@ enum : u32 { // reader file errors; the file layer's own codes are below 0x100
 };
 
 // Saves a new snapshot in the folder (created when missing) and prunes old
-// ones. Returns false, with a line in the log, when the file could not be
-// written; the reader in memory is unharmed either way. Saving compacts and
-// renumbers the reader: ids, generations and slots change.
-bool reader_save(reader_t *reader, const data_t *user_folder, data_t *frame_memory);
+// ones; temporary files that an earlier save left behind go first. Returns
+// false, with a line in the log, when the file could not be written, and the
+// system's code of the reason in *system_error (when given; 0 when the system
+// named none). The reader in memory is unharmed either way. Saving compacts
+// and renumbers the reader: ids, generations and slots change.
+bool reader_save(reader_t *reader, const data_t *user_folder, data_t *frame_memory, u32 *system_error = nullptr);
 // Reads the newest snapshot of the folder into a reader fresh from
 // reader_init. No folder or no snapshot leaves the reader empty. A file that
 // can't be read leaves its code in *error and its path in *path (a view into
@@ -526,6 +528,9 @@ void reader_read(reader_t *reader, const data_t *path, u32 *error);
 u64 reader_file_date(const u8 *path, u64 path_size);
 // Deletes the oldest reader files beyond the newest 10; other names stay.
 void reader_prune(const data_t *user_folder, data_t *frame_memory);
+// Deletes "<reader file>.tmp" files older than ten minutes (a save that died
+// before its rename); newer ones may belong to a save still running.
+void reader_remove_stale_temporaries(const data_t *user_folder, data_t *frame_memory);
 
 // ---- compaction and audit ---------------------------------------------------------------------
 void reader_compact(reader_t *reader);

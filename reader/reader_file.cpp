@@ -61,16 +61,27 @@ struct reader_writer_t {
     file_handle_t file;
     u64 position;
     u32 *error;
+    u32 system_error; // the system's code of the first failure, 0 if it gave none
 };
 
+// Notes the system's reason of the call that just set the error.
+static void reader_note_failure(reader_writer_t *writer) {
+    if (*writer->error && !writer->system_error) writer->system_error = os_last_error();
+}
+
 static void reader_put(reader_writer_t *writer, const void *bytes, u64 size) {
-    if (size) file_write(writer->file, writer->position, size, bytes, writer->error);
+    if (size && !*writer->error) {
+        file_write(writer->file, writer->position, size, bytes, writer->error);
+        reader_note_failure(writer);
+    }
     writer->position += size;
 }
 
 static void reader_put_u32(reader_writer_t *writer, u32 value) { reader_put(writer, &value, 4); }
 
-void reader_write(reader_t *reader, data_t *frame_memory, const data_t *path, u32 *error) {
+// reader_write with the system's reason of a failure in *system_error.
+static void reader_write_file(reader_t *reader, data_t *frame_memory, const data_t *path, u32 *error,
+                              u32 *system_error) {
     if (*error) return;
     assert_message(reader->code_points, "The reader has no code point list.");
 
@@ -95,6 +106,7 @@ void reader_write(reader_t *reader, data_t *frame_memory, const data_t *path, u3
     reader_writer_t writer = {};
     writer.error = error;
     writer.file = file_open(&temporary, true, true, error);
+    reader_note_failure(&writer);
 
     u64 table[10] = {};
     reader_put(&writer, reader_file_magic, 4);
@@ -133,8 +145,12 @@ void reader_write(reader_t *reader, data_t *frame_memory, const data_t *path, u3
     writer.position = 8;
     reader_put(&writer, table, sizeof(table));
     file_flush(writer.file, error);
+    reader_note_failure(&writer);
     if (writer.file != file_handle_invalid) file_close(writer.file, error);
+    reader_note_failure(&writer);
     file_rename(&temporary, path, error);
+    reader_note_failure(&writer);
+    *system_error = writer.system_error;
     if (*error) {
         u32 ignored = 0;
         file_delete(&temporary, &ignored);
@@ -142,6 +158,11 @@ void reader_write(reader_t *reader, data_t *frame_memory, const data_t *path, u3
     frame_memory->used = used_before;
 
     reader_rebase(reader);
+}
+
+void reader_write(reader_t *reader, data_t *frame_memory, const data_t *path, u32 *error) {
+    u32 system_error = 0;
+    reader_write_file(reader, frame_memory, path, error, &system_error);
 }
 
 // ---- file names and pruning ---------------------------------------------------------------
@@ -216,10 +237,13 @@ void reader_prune(const data_t *user_folder, data_t *frame_memory) {
         }
     }
     frame_memory->used = used_before;
+}
 
+void reader_remove_stale_temporaries(const data_t *user_folder, data_t *frame_memory) {
     // A save that died before its rename left "<reader file>.tmp" behind.
     // Those of our own names that are older than any save still running
     // could be are removed; other "tmp" files are the user's.
+    u64 used_before = frame_memory->used;
     data_t tmp = data_literal("tmp");
     reader_file_names_t leftovers = reader_list_files(user_folder, frame_memory, &tmp);
     u64 stale_before = date_to_number(date_add(date_now(), 0, 0, 0, 0, -10, 0));
@@ -237,12 +261,30 @@ void reader_prune(const data_t *user_folder, data_t *frame_memory) {
 
 // ---- saving --------------------------------------------------------------------------------
 
-bool reader_save(reader_t *reader, const data_t *user_folder, data_t *frame_memory) {
+static void reader_log_save_failure(u32 reason) {
+    log_string(log_main, "Error while saving the reader");
+    if (reason) {
+        log_string(log_main, ": ");
+        log_system_error(log_main, reason);
+    }
+    log_string(log_main, ".\n");
+}
+
+bool reader_save(reader_t *reader, const data_t *user_folder, data_t *frame_memory, u32 *system_error) {
     u32 error = 0;
+    u32 reason = 0;
     if (!directory_exists(user_folder, &error)) {
         error = 0;
-        if (!directory_create(user_folder, &error)) return false;
+        if (!directory_create(user_folder, &error)) reason = os_last_error();
     }
+    if (error) {
+        reader_log_save_failure(reason);
+        if (system_error) *system_error = reason;
+        return false;
+    }
+    // Leftovers of a save that died go first: on a nearly full disk they
+    // would take the room this save needs, and then every later one.
+    reader_remove_stale_temporaries(user_folder, frame_memory);
     u64 used_before = frame_memory->used;
     u64 size = user_folder->used + 1 + reader_file_prefix_size + reader_file_stamp_size + 4;
     data_t path = {size, 0, (u8 *)data_push(frame_memory, size, 1)};
@@ -255,9 +297,10 @@ bool reader_save(reader_t *reader, const data_t *user_folder, data_t *frame_memo
     data_push_c_string(&path, ".bin");
 
     error = 0;
-    reader_write(reader, frame_memory, &path, &error);
+    reader_write_file(reader, frame_memory, &path, &error, &reason);
     if (!error) reader_prune(user_folder, frame_memory);
-    else log_string(log_main, "Error while saving the reader.\n ");
+    else reader_log_save_failure(reason);
+    if (system_error) *system_error = error ? reason : 0;
     frame_memory->used = used_before;
     return error == 0;
 }

@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <mutex>
@@ -146,6 +147,20 @@ TEST_F(tool_fixture, a_failed_fetch_is_reported_and_gives_status_1) {
     run_t page = tool({"update", "-path", folder, server.url("/none.xml")}); // a 404 page only
     EXPECT_EQ(page.status, 0);
     EXPECT_EQ(page.err, "");
+}
+
+TEST_F(tool_fixture, a_failed_save_has_its_own_status_and_the_systems_reason) {
+    fs::create_directories(folder);
+    // Folders under the temporary names of the next two minutes' saves.
+    for (int s = 0; s < 120; s++) {
+        std::time_t t = std::time(nullptr) + s;
+        char name[64];
+        std::strftime(name, sizeof(name), "feed_data_%Y%m%d_%H%M%S.bin.tmp", std::gmtime(&t));
+        fs::create_directories(folder + "/" + name);
+    }
+    run_t r = tool({"update", "-path", folder});
+    EXPECT_EQ(r.status, 3);
+    EXPECT_EQ(r.err, "tidewrack-tool: the reader could not be saved in " + folder + ": Is a directory\n");
 }
 
 TEST_F(tool_fixture, export_writes_the_list_and_import_reads_it_back) {

@@ -2,6 +2,7 @@
 // and files that are damaged or foreign.
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -368,6 +369,26 @@ TEST(ReaderFile, SaveKeepsTheNewestTenAndRemovesOnlyItsOwnStaleLeftovers) {
     for (int i = 0; i < 12; i++) EXPECT_EQ(names.count(dated[i]), i >= 3 ? 1u : 0u) << dated[i];
     for (const std::string &name : foreign) EXPECT_TRUE(names.count(name)) << name;
     EXPECT_EQ(names.size(), 10u + foreign.size()) << "nine old snapshots and the new one";
+}
+
+TEST(ReaderFile, AFailedSaveHasRemovedStaleLeftoversFirstAndGivesTheSystemsReason) {
+    temp_folder_t folder("failed");
+    write_bytes(folder.file("feed_data_20200101_000000.bin.tmp"), std::vector<u8>(4096, 't'));
+    // Folders under every temporary name this save can take in the next two
+    // minutes make it fail where a full disk would.
+    for (int s = 0; s < 120; s++) {
+        u8 buffer[32];
+        data_t stamp = {sizeof(buffer), 0, buffer};
+        date_to_file_text(date_add(date_now(), 0, 0, 0, 0, 0, s), &stamp);
+        fs::create_directories(folder.file("feed_data_" + text_of(stamp) + ".bin.tmp"));
+    }
+    test_reader_t t;
+    t.rss_feed("http://f", "F");
+    data_t folder_path = view_of(folder.text);
+    u32 reason = 0;
+    EXPECT_FALSE(reader_save(&t.reader, &folder_path, &t.frame_memory, &reason));
+    EXPECT_EQ(reason, (u32)EISDIR);
+    EXPECT_FALSE(fs::exists(folder.file("feed_data_20200101_000000.bin.tmp")));
 }
 
 TEST(ReaderFile, LoadPicksTheNewestFile) {

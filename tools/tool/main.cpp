@@ -317,10 +317,17 @@ static bool tool_finish() {
     if (tool.queue_started) thread_terminate(&thread_queue);
     reader_purge_deleted(&tool.reader);
     reader_audit(&tool.reader);
-    bool saved = reader_save(&tool.reader, &tool.user_folder, &tool.frame_memory);
+    u32 reason = 0;
+    bool saved = reader_save(&tool.reader, &tool.user_folder, &tool.frame_memory, &reason);
     if (!saved) {
         print_error("tidewrack-tool: the reader could not be saved in ");
         print_error_data(&tool.user_folder);
+        if (reason) {
+            char text[256];
+            u64 n = os_error_text(reason, text, sizeof(text));
+            print_error(": ");
+            os_write_stderr(text, n);
+        }
         print_error("\n");
     }
     u32 error = 0;
@@ -331,6 +338,14 @@ static bool tool_finish() {
         log_save(log_main, &path, &log_error);
     }
     return saved;
+}
+
+// Exit status of update, import and parse: 3 when the save failed (whatever
+// else happened), 1 when a fetch failed, 0 otherwise. (2 is a bad command
+// line or an unreadable snapshot.)
+static int tool_status(bool saved) {
+    if (!saved) return 3;
+    return tool.context.failed_count ? 1 : 0;
 }
 
 // ---- command line ------------------------------------------------------------------------------
@@ -403,7 +418,7 @@ static int tool_update(const tool_args_t *args) {
     }
     tool_run_queries();
     bool saved = tool_finish();
-    return tool.context.failed_count || !saved ? 1 : 0;
+    return tool_status(saved);
 }
 
 static int tool_import(const tool_args_t *args) {
@@ -422,7 +437,7 @@ static int tool_import(const tool_args_t *args) {
     feed_query_add_list(&tool.context, &tool.reader, &list);
     tool_run_queries();
     bool saved = tool_finish();
-    return tool.context.failed_count || !saved ? 1 : 0;
+    return tool_status(saved);
 }
 
 static int tool_parse(const tool_args_t *args) {
@@ -456,7 +471,7 @@ static int tool_parse(const tool_args_t *args) {
     slot->content = document.bytes ? document : data_t{};
     __atomic_store_n(&slot->state, feed_query_finished, __ATOMIC_RELEASE);
     tool_run_queries();
-    return tool_finish() ? 0 : 1;
+    return tool_status(tool_finish());
 }
 
 // ---- export -----------------------------------------------------------------------------------------
