@@ -58,6 +58,40 @@ void reader_init(reader_t *reader) {
     reader->generation = 0;
 }
 
+// Empties a pool the way pool_create_in left it: every record in use is
+// zeroed, and the free stack hands out slots from 0 again.
+static void reader_pool_reset(pool_t *pool, u64 record_size) {
+    u32 seen = 0;
+    for (u32 i = 0; i < pool->max_entry_count && seen < pool->entry_count; i++) {
+        u8 *record = (u8 *)pool_entry(pool, record_size, i);
+        if (*(u32 *)record == 0) continue; // free, or an entry taken and never accepted
+        memory_zero(record, record_size);
+        seen++;
+    }
+    if (seen < pool->entry_count) memory_zero(pool->entries, (u64)pool->max_entry_count * record_size);
+    pool->entry_count = 0;
+    for (u32 i = 0; i < pool->max_entry_count; i++) pool->free_indices[i] = pool->max_entry_count - 1 - i;
+}
+
+void reader_reset(reader_t *reader) {
+    reader_pool_reset(&reader->feeds, sizeof(feed_t));
+    reader_pool_reset(&reader->entries, sizeof(entry_t));
+    reader_pool_reset(&reader->categories, sizeof(category_t));
+    reader_pool_reset(&reader->persons, sizeof(person_t));
+    reader_pool_reset(&reader->atom_links, sizeof(atom_link_t));
+    reader_pool_reset(&reader->links, sizeof(link_t));
+    reader_pool_reset(&reader->metas, sizeof(meta_t));
+    memory_zero(reader->link_configurations, sizeof(reader->link_configurations));
+    reader->text.used = 0; // what is committed stays committed
+    reader->categories_unlinked = 1;
+    reader->persons_unlinked = 1;
+    reader->last_feed_id = 0;
+    reader->last_entry_id = 0;
+    reader->last_category_id = 0;
+    reader->last_person_id = 0;
+    reader->generation = 0;
+}
+
 // ---- text area ---------------------------------------------------------------------------
 
 bool reader_text_reserve(reader_t *reader, u64 needed_size) {

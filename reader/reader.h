@@ -384,6 +384,9 @@ static_assert(sizeof(reader_text_mark_t) == 32);
 // On zeroed memory: the pools in one block, the two text blocks reserved and
 // 1 MB of the first committed.
 void reader_init(reader_t *reader);
+// Makes a reader empty again as reader_init left it, keeping its memory (the
+// text area stays committed) and its code point list and hooks.
+void reader_reset(reader_t *reader);
 // Makes sure `needed_size` bytes of text fit (committing in steps of 1 MB);
 // false when the 100 MB of the area would be passed.
 bool reader_text_reserve(reader_t *reader, u64 needed_size);

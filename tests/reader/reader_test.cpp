@@ -30,6 +30,23 @@ TEST(ReaderCreate, FullPoolsGiveNull) {
     EXPECT_EQ(t.reader.last_feed_id, reader_feed_capacity);
 }
 
+TEST(ReaderCreate, ResetGivesTheStoreOfAFreshReader) {
+    test_reader_t fresh, t;
+    feed_t *rss = t.rss_feed("http://a/rss", "A");
+    feed_t *atom = t.atom_feed("http://b/atom", "B");
+    t.rss_entry(rss, "one", "g1", make_date(2024, 1, 1), {"x", "y"});
+    t.atom_entry(atom, "two", "i2", make_date(2024, 1, 2), {"P"}, {"http://b/2"});
+    reader_new_entry(&t.reader); // taken and never accepted
+    t.reader.generation = 7;
+    reader_reset(&t.reader);
+    ASSERT_EQ(t.reader.storage.reserved, fresh.reader.storage.reserved);
+    EXPECT_EQ(memcmp(t.reader.storage.bytes, fresh.reader.storage.bytes, fresh.reader.storage.reserved), 0);
+    EXPECT_EQ(t.reader.text.used, 0u);
+    EXPECT_EQ(t.reader.generation + t.reader.last_feed_id + t.reader.last_entry_id + t.reader.last_category_id +
+                  t.reader.last_person_id, 0u);
+    EXPECT_EQ(reader_new_feed(&t.reader, reader_type_rss)->id, 1u);
+}
+
 TEST(ReaderText, GrowsPastTheFirstCommitAndKeepsBytes) {
     test_reader_t t;
     std::string big(0x180000, 'x');
