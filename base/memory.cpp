@@ -78,6 +78,9 @@ u8 *data_address_space_commit(data_t *data, u64 size) {
     if (data->used + size > data->reserved) return nullptr;
     u8 *memory = data->bytes + data->used;
     if (!os_memory_commit(memory, size)) return nullptr;
+    // A large commit is about to be filled (a loaded text, a compaction):
+    // large pages spare it most of its first-touch faults.
+    if (size >= memory_dense_commit) os_memory_advise_dense(memory, size);
     data->used += size;
     return memory;
 }
@@ -91,6 +94,15 @@ void data_address_space_decommit(data_t *data, u64 size) {
 }
 
 void data_clear(data_t *data) { *data = data_t{}; }
+
+void memory_advise_dense(void *address, u64 size) { os_memory_advise_dense(address, size); }
+
+void memory_discard(void *address, u64 size) {
+    // Only whole pages inside the range go.
+    u64 first = align_up((u64)address, memory_page_size);
+    u64 end = ((u64)address + size) & ~((u64)memory_page_size - 1);
+    if (end > first) os_memory_discard((void *)first, end - first);
+}
 
 // ---- carving pieces ----------------------------------------------------------------
 
@@ -462,13 +474,8 @@ void utf8_encode(u8 *first, const u8 *end, u32 code_point, u8 *size, u32 *error)
 
 u64 utf8_count(const u8 *first, const u8 *end) {
     u64 count = 0;
-    while (first < end) {
-        u32 error = 0, code_point;
-        u8 size;
-        utf8_decode(first, end, &code_point, &size, &error);
-        first += error ? 1 : size;
-        count++;
-    }
+    u32 code_points[1024];
+    while (first < end) count += utf8_decode_buffer(first, end, code_points, array_count(code_points), &first);
     return count;
 }
 

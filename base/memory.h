@@ -38,6 +38,14 @@ data_t data_address_space_reserve(u64 size, u64 preferred_address);
 u8 *data_address_space_commit(data_t *data, u64 size);
 void data_address_space_decommit(data_t *data, u64 size);
 void data_clear(data_t *data);
+// A commit of at least this size is taken to be filled soon and is backed
+// with large pages where the system can.
+constexpr u64 memory_dense_commit = 0x200000;
+// Committed memory about to be filled densely: large pages where possible.
+void memory_advise_dense(void *address, u64 size);
+// The whole pages inside the range give their memory back; they stay
+// committed and read as zero.
+void memory_discard(void *address, u64 size);
 
 // ---- carving pieces ---------------------------------------------------------
 data_t data_block_reserve(data_t *parent, u64 size, u64 alignment);
@@ -123,6 +131,19 @@ bool unicode_is_scalar(u32 code_point);
 void utf8_decode(const u8 *first, const u8 *end, u32 *code_point, u8 *size, u32 *error);
 void utf8_encode(u8 *first, const u8 *end, u32 code_point, u8 *size, u32 *error);
 u64 utf8_count(const u8 *first, const u8 *end);
+// Decodes a whole range as utf8_decode does, stepping one byte after an
+// error: each sequence gives its code point and each byte that starts no
+// valid one gives 0xFFFFFFFF. Writes at most `capacity` code points to `out`
+// and returns how many; `*next` is where decoding stopped (the end, or the
+// start of the first sequence that did not fit). Uses vector instructions
+// where the processor has them.
+u64 utf8_decode_buffer(const u8 *first, const u8 *end, u32 *out, u64 capacity, const u8 **next);
+// The first byte of the range that is not printable ASCII (0x20 to 0x7E), or
+// `end`.
+const u8 *utf8_skip_printable_ascii(const u8 *first, const u8 *end);
+// The same one sequence at a time, without vector instructions: the
+// reference the fast path is held to.
+u64 utf8_decode_buffer_scalar(const u8 *first, const u8 *end, u32 *out, u64 capacity, const u8 **next);
 u64 utf8_last_char_size(const u8 *first, const u8 *end);
 void utf16_decode(const u8 *first, const u8 *end, u32 *code_point, u8 *units, bool big_endian, u32 *error);
 void utf16_encode(u8 *first, const u8 *end, u32 code_point, u8 *units, bool big_endian, u32 *error);

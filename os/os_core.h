@@ -12,6 +12,16 @@ bool os_memory_commit(void *address, u64 size); // make reserved pages usable
 void os_memory_decommit(void *address, u64 size);
 void *os_memory_alloc(u64 size); // reserve and commit together; null on failure
 void os_memory_release(void *address, u64 size);
+// Hints for committed pages: about to be filled densely (back them with large
+// pages where the system can), or no longer needed (their memory is given
+// back; they stay usable and read as zero).
+void os_memory_advise_dense(void *address, u64 size);
+void os_memory_discard(void *address, u64 size);
+
+// ---- processor -------------------------------------------------------------------
+// True when the processor and the system both support the 512-bit vector
+// instructions with byte and word lanes (AVX-512 F and BW).
+bool os_cpu_has_avx512bw();
 
 // ---- files (paths are zero-terminated UTF-8) -------------------------------------
 constexpr u64 os_file_invalid = ~(u64)0;

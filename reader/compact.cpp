@@ -129,21 +129,61 @@ static bool reader_compact_field(void *context, data_t *field) {
     bool fits = reader_text_reserve(reader, reader->text.used + size);
     assert_message(fits, "The reader's text area is full.");
     u64 offset = reader->text.used;
-    if (size) memory_copy(reader->text.bytes + offset, field->bytes, size);
+    // In place, a string often stands where it goes already.
+    if (size && reader->text.bytes + offset != field->bytes) memory_copy(reader->text.bytes + offset, field->bytes, size);
     reader->text.used += size;
     field->reserved = size;
     field->bytes = (u8 *)(uintptr_t)offset;
     return true;
 }
 
+// Whether the strings can be packed inside the text they lie in: taken in
+// the order of compaction, each string that lies in the text must start no
+// earlier than where it goes, so that no string is overwritten before it
+// has moved (each moves down or stays). A reader as a load left it, or with
+// new strings only behind the old ones, packs in place.
+struct reader_in_place_t {
+    const u8 *first;
+    u64 committed;
+    u64 offset;
+    bool possible;
+};
+
+static bool reader_in_place_field(void *context, data_t *field) {
+    reader_in_place_t *check = (reader_in_place_t *)context;
+    u64 size = field->used;
+    if (size && field->bytes >= check->first && field->bytes < check->first + check->committed &&
+        (u64)(field->bytes - check->first) < check->offset)
+        check->possible = false;
+    check->offset += size;
+    return check->possible;
+}
+
+static bool reader_compact_in_place(reader_t *reader) {
+    reader_in_place_t check = {reader->text.bytes, reader->text.reserved, 0, true};
+    bool bad_feed = false, bad_entry = false;
+    reader_visit_strings(reader, reader_in_place_field, &check, &bad_feed, &bad_entry);
+    for (link_configuration_t &configuration : reader->link_configurations) {
+        data_t *fields[3] = {&configuration.name, &configuration.executable, &configuration.queued_links};
+        for (data_t *field : fields) {
+            if (check.possible) reader_in_place_field(&check, field);
+        }
+    }
+    return check.possible && !bad_feed && !bad_entry && check.offset <= reader->text.reserved;
+}
+
 void reader_compact(reader_t *reader) {
     u64 old_size = reader->text.used;
+    bool in_place = reader_compact_in_place(reader);
     data_t old_block = reader->text_block;
-    reader->text_block = reader->text_block_spare;
-    reader->text_block_spare = old_block;
-    if (reader->text_block.used < reader->text.reserved) {
-        u8 *memory = data_address_space_commit(&reader->text_block, reader->text.reserved - reader->text_block.used);
-        assert_message(memory, "No memory to compact the reader's text.");
+    if (!in_place) {
+        reader->text_block = reader->text_block_spare;
+        reader->text_block_spare = old_block;
+        if (reader->text_block.used < reader->text.reserved) {
+            u8 *memory =
+                data_address_space_commit(&reader->text_block, reader->text.reserved - reader->text_block.used);
+            assert_message(memory, "No memory to compact the reader's text.");
+        }
     }
     reader->text = data_t{reader->text_block.used, 0, reader->text_block.bytes};
 
@@ -178,7 +218,8 @@ void reader_compact(reader_t *reader) {
         meta->link_configuration_index = index;
     }
 
-    if (reader->text_block_spare.used)
+    if (in_place) memory_discard(reader->text.bytes + reader->text.used, old_size - reader->text.used);
+    else if (reader->text_block_spare.used)
         data_address_space_decommit(&reader->text_block_spare, reader->text_block_spare.used);
 
     u64 new_size = reader->text.used;
@@ -334,49 +375,55 @@ void reader_trim_code_points(reader_t *reader) {
     code_point_list_t *list = reader->code_points;
     if (!list) return;
     assert_message(list->capacity == code_point_list_capacity, "The code point list has the wrong capacity.");
-    u32 *cells = list->code_points;
-    // The whole array is the presence table, so every cell is cleared.
-    memory_zero(cells, (u64)list->capacity * 4);
+    // Presence is a bit a code point in the reader's scratch, so only the
+    // front of the list that ends up used is ever written.
+    static_assert(sizeof(reader_scratch.keys_a) * 8 >= code_point_list_capacity, "The presence bits don't fit.");
+    u64 *present = reader_scratch.keys_a;
+    const u64 words = (code_point_list_capacity + 63) / 64;
+    memory_zero(present, words * 8);
+    auto mark = [present](u32 code_point) -> u32 {
+        u64 bit = 1ull << (code_point & 63);
+        u64 *word = &present[code_point >> 6];
+        if (*word & bit) return 0;
+        *word |= bit;
+        return 1;
+    };
 
     u32 start[code_point_list_start_count];
     code_point_list_t start_list = {};
     code_point_list_init(&start_list, start, code_point_list_start_count);
-    for (u32 i = 0; i < code_point_list_start_count; i++) cells[start[i]] = start[i];
-    u32 count = code_point_list_start_count;
+    u32 count = 0;
+    for (u32 i = 0; i < code_point_list_start_count; i++) count += mark(start[i]);
 
+    // Printable ASCII, most of any text, is among the starting code points:
+    // it is passed over, and what follows it is decoded a few code points
+    // at a time.
     const u8 *at = reader->text.bytes;
     const u8 *end = reader->text.bytes + reader->text.used;
+    u32 decoded[16];
     while (at < end) {
-        u32 code_point = code_point_none;
-        u8 size = 0;
-        u32 error = 0;
-        utf8_decode(at, end, &code_point, &size, &error);
-        if (error) {
-            at++;
-            continue;
-        }
-        at += size;
-        // U+0000 can't mark a cell, and the table ends below U+10FFFF.
-        if (code_point == 0 || code_point >= list->capacity) continue;
-        if (!cells[code_point]) {
-            cells[code_point] = code_point;
-            count++;
+        at = utf8_skip_printable_ascii(at, end);
+        if (at == end) break;
+        u64 n = utf8_decode_buffer(at, end, decoded, array_count(decoded), &at);
+        for (u64 i = 0; i < n; i++) {
+            u32 code_point = decoded[i];
+            // An invalid byte, U+0000, and the end of the table mark nothing.
+            if (code_point == 0 || code_point >= list->capacity) continue;
+            count += mark(code_point);
         }
     }
 
     u32 packed = 0;
-    u32 last_read = 0;
-    for (u32 c = 1; c < list->capacity && packed < count; c++) {
-        if (!cells[c]) continue;
-        u32 value = cells[c];
-        cells[c] = 0;
-        cells[packed] = value;
-        if (value == code_point_replacement && reader->replacement_glyph_index)
-            *reader->replacement_glyph_index = packed;
-        packed++;
-        last_read = c;
+    u32 *cells = list->code_points;
+    for (u64 w = 0; w < words; w++) {
+        for (u64 bits = present[w]; bits; bits &= bits - 1) {
+            u32 value = (u32)(w * 64 + (u64)__builtin_ctzll(bits));
+            if (value == 0 || value >= list->capacity) continue;
+            if (value == code_point_replacement && reader->replacement_glyph_index)
+                *reader->replacement_glyph_index = packed;
+            cells[packed++] = value;
+        }
     }
-    for (u32 c = last_read + 1; c < list->capacity; c++) assert_true(cells[c] == 0);
     assert_true(packed == count);
     list->count = count;
 }

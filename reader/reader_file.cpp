@@ -470,7 +470,9 @@ void reader_read(reader_t *reader, const data_t *path, u32 *error) {
             *error = reader_error_count;
             break;
         }
-        reader_get(&in, pool->entries, (u64)count * layout.record_size);
+        u64 bytes = (u64)count * layout.record_size;
+        if (bytes >= memory_dense_commit) memory_advise_dense(pool->entries, bytes);
+        reader_get(&in, pool->entries, bytes);
         pool->entry_count = count;
         // A fresh pool's stack, so that the next take gets slot `count`.
         for (u32 k = 0; k < pool->max_entry_count; k++) pool->free_indices[k] = pool->max_entry_count - 1 - k;

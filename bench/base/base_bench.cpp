@@ -48,6 +48,28 @@ static void BM_utf8_decode_100MB(benchmark::State &state) {
 }
 BENCHMARK(BM_utf8_decode_100MB)->Unit(benchmark::kMillisecond);
 
+// The same sum through the whole-buffer decoder, a block of code points at a
+// time.
+static void BM_utf8_decode_buffer_100MB(benchmark::State &state) {
+    const std::string &text = mixed_text();
+    const u8 *begin = (const u8 *)text.data(), *end = begin + text.size();
+    static u32 block[4096];
+    for (auto _ : state) {
+        u32 sum = 0, errors = 0; // wrapping: only that every code point is read counts
+        for (const u8 *p = begin; p < end;) {
+            u64 count = utf8_decode_buffer(p, end, block, 4096, &p);
+            for (u64 i = 0; i < count; i++) {
+                errors += block[i] == 0xFFFFFFFFu;
+                sum += block[i];
+            }
+        }
+        benchmark::DoNotOptimize(sum);
+        benchmark::DoNotOptimize(errors);
+    }
+    state.SetBytesProcessed((int64_t)state.iterations() * (int64_t)text.size());
+}
+BENCHMARK(BM_utf8_decode_buffer_100MB)->Unit(benchmark::kMillisecond);
+
 static void BM_byte_sum_100MB(benchmark::State &state) {
     const std::string &text = mixed_text();
     const u8 *begin = (const u8 *)text.data(), *end = begin + text.size();

@@ -67,10 +67,26 @@ u32 os_page_size() {
 // still rounds reservations to 64 KiB as it does elsewhere.
 u32 os_allocation_granularity() { return 65536; }
 
+// Large blocks start on a 2 MB boundary, so that large pages can back them
+// from their first byte: map 2 MB more, then give back the ends.
+static void *os_memory_map(u64 size, int protection, int flags) {
+    const u64 large = 0x200000;
+    if (size < large) {
+        void *p = mmap(nullptr, size, protection, flags, -1, 0);
+        return p == MAP_FAILED ? nullptr : p;
+    }
+    void *p = mmap(nullptr, size + large, protection, flags, -1, 0);
+    if (p == MAP_FAILED) return nullptr;
+    u64 start = (u64)p, aligned = (start + large - 1) & ~(large - 1);
+    if (aligned > start) munmap(p, aligned - start);
+    u64 tail = start + size + large - (aligned + size);
+    if (tail) munmap((void *)(aligned + size), tail);
+    return (void *)aligned;
+}
+
 void *os_memory_reserve(u64 size) {
     if (size == 0) return nullptr;
-    void *p = mmap(nullptr, size, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-    return p == MAP_FAILED ? nullptr : p;
+    return os_memory_map(size, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE);
 }
 
 bool os_memory_commit(void *address, u64 size) {
@@ -87,12 +103,28 @@ void os_memory_decommit(void *address, u64 size) {
 
 void *os_memory_alloc(u64 size) {
     if (size == 0) return nullptr;
-    void *p = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    return p == MAP_FAILED ? nullptr : p;
+    return os_memory_map(size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS);
 }
 
 void os_memory_release(void *address, u64 size) {
     if (address && size) munmap(address, size);
+}
+
+void os_memory_advise_dense(void *address, u64 size) {
+    // Only whole 2 MB pages inside the range can be large; the hint is
+    // worth nothing below that.
+    u64 first = ((u64)address + 0x1FFFFF) & ~(u64)0x1FFFFF;
+    u64 end = ((u64)address + size) & ~(u64)0x1FFFFF;
+    if (end > first) madvise((void *)first, end - first, MADV_HUGEPAGE);
+}
+
+void os_memory_discard(void *address, u64 size) {
+    if (address && size) madvise(address, size, MADV_DONTNEED);
+}
+
+bool os_cpu_has_avx512bw() {
+    __builtin_cpu_init();
+    return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw");
 }
 
 // ---- files ------------------------------------------------------------------------------

@@ -355,3 +355,61 @@ TEST(Utf16, ConversionsReplaceBadInputAndGoOn) {
     EXPECT_EQ(n, 1u);
 
 }
+
+// The whole-buffer decoder against utf8_decode stepping one byte after an
+// error, with each awkward sequence put at every offset around the edges of
+// the 64-byte vector windows, and with output room that runs out mid-way.
+TEST(Utf8, BufferDecoderAgreesWithTheSequenceDecoder) {
+    auto reference = [](const std::string &text) {
+        std::vector<u32> out;
+        const u8 *p = (const u8 *)text.data(), *end = p + text.size();
+        while (p < end) {
+            u32 code_point = 0, error = 0;
+            u8 size = 0;
+            utf8_decode(p, end, &code_point, &size, &error);
+            out.push_back(error ? 0xFFFFFFFFu : code_point);
+            p += error ? 1 : size;
+        }
+        return out;
+    };
+    auto decode = [](const std::string &text, u64 room, bool scalar) {
+        std::vector<u32> out, block(room);
+        const u8 *p = (const u8 *)text.data(), *end = p + text.size();
+        while (p < end) {
+            u64 n = scalar ? utf8_decode_buffer_scalar(p, end, block.data(), room, &p)
+                           : utf8_decode_buffer(p, end, block.data(), room, &p);
+            out.insert(out.end(), block.begin(), block.begin() + (long)n);
+        }
+        return out;
+    };
+    const std::string filler = "caf\xC3\xA9 \xE6\x96\xB0 tide \xF0\x9F\x93\xB0 and plain words ";
+    const char *awkward[] = {"\xC0\x80",     "\xC1\xBF",         "\xED\xA0\x80", "\xED\x9F\xBF", "\xE0\x9F\xBF",
+                             "\xE0\xA0\x80", "\xF0\x8F\xBF\xBF", "\xF4\x90\x80\x80", "\xF4\x8F\xBF\xBF",
+                             "\xE2\x82",     "\xF0\x9F\x93",     "\x80",         "\xBF\xBF",     "\xFF",
+                             "\xF5\x80\x80\x80", "\xC3",         "\xC3\xA9\xA9", "\xDF\xBF",     "\x00"};
+    for (const char *bad : awkward) {
+        std::string piece(bad, bad[0] ? strlen(bad) : 1);
+        for (u64 at = 0; at < 140; at++) {
+            std::string text;
+            while (text.size() < 200) text += filler;
+            text.insert(at, piece);
+            std::vector<u32> expected = reference(text);
+            for (u64 room : {4096u, 64u, 17u}) {
+                ASSERT_EQ(decode(text, room, false), expected) << "offset " << at << " room " << room;
+                ASSERT_EQ(decode(text, room, true), expected) << "offset " << at << " room " << room;
+            }
+            // Cut just after the piece, so that it may end the text.
+            std::string cut = text.substr(0, at + piece.size());
+            ASSERT_EQ(decode(cut, 4096, false), reference(cut)) << "offset " << at;
+        }
+    }
+    const std::string printable(150, 'a');
+    for (u8 other : {(u8)0x1F, (u8)0x7F, (u8)0xC3, (u8)'\n'}) {
+        for (u64 at = 0; at < printable.size(); at += 7) {
+            std::string text = printable;
+            text[at] = (char)other;
+            const u8 *p = (const u8 *)text.data();
+            EXPECT_EQ(utf8_skip_printable_ascii(p, p + text.size()), p + at);
+        }
+    }
+}

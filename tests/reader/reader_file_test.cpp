@@ -256,6 +256,38 @@ TEST(ReaderFile, RoundTripKeepsEveryRecord) {
     EXPECT_EQ(folder.names().size(), 1u) << "no temporary file is left";
 }
 
+// A loaded reader packs its strings where they lie; a replaced field leaves
+// a gap that closes, and a string that lies before where it must go sends
+// the whole text to the spare block instead. Either way the same text.
+TEST(ReaderFile, CompactionInPlaceOrInTheSpareBlockGivesTheSameText) {
+    temp_folder_t folder("in_place");
+    test_reader_t a;
+    fill_everything(a);
+    ASSERT_TRUE(save(a, folder.text));
+    test_reader_t b;
+    std::string path;
+    ASSERT_EQ(load(b, folder.text, &path), 0u);
+    for (int round = 0; round < 2; round++) {
+        feed_t *feed = (feed_t *)pool_entry(&b.reader.feeds, sizeof(feed_t), 0);
+        data_t *title = feed_get_type(feed) == reader_type_rss ? &feed->rss.title : &feed->atom.title;
+        std::string old_title = text_of(*title);
+        *title = b.add(round == 0 ? "T" : old_title); // shorter: the old bytes leave a gap
+        entry_t *entry = (entry_t *)pool_entry(&b.reader.entries, sizeof(entry_t), 0);
+        data_t *entry_title = entry_get_type(entry) == reader_type_rss ? &entry->rss.title : &entry->atom.title;
+        // Round 1: the entry's title is the feed's address, near the text's start.
+        if (round == 1) *entry_title = feed->url;
+        std::string entry_text = text_of(*entry_title);
+        const u8 *text_before = b.reader.text.bytes;
+        ASSERT_EQ(write_reader(b, path), 0u);
+        EXPECT_EQ(b.reader.text.bytes == text_before, round == 0) << "in place only while no string lies behind";
+        EXPECT_EQ(text_of(*title), round == 0 ? "T" : old_title);
+        EXPECT_EQ(text_of(*entry_title), entry_text);
+    }
+    test_reader_t c;
+    ASSERT_EQ(load(c, folder.text), 0u);
+    EXPECT_EQ(content_of(&c.reader), content_of(&b.reader));
+}
+
 TEST(ReaderFile, LayoutOfASmallFile) {
     temp_folder_t folder("layout");
     test_reader_t t;
