@@ -58,6 +58,16 @@ void reader_init(reader_t *reader) {
     reader->generation = 0;
 }
 
+// The free stack of a fresh pool of the largest capacity: a pool of
+// capacity n starts as its last n values (n - 1 down to 0).
+struct reader_free_stack_t {
+    u32 indices[reader_entry_capacity];
+    constexpr reader_free_stack_t() : indices() {
+        for (u32 i = 0; i < reader_entry_capacity; i++) indices[i] = reader_entry_capacity - 1 - i;
+    }
+};
+static constexpr reader_free_stack_t reader_fresh_free_stack;
+
 // Empties a pool the way pool_create_in left it: every record in use is
 // zeroed, and the free stack hands out slots from 0 again.
 static void reader_pool_reset(pool_t *pool, u64 record_size) {
@@ -70,7 +80,10 @@ static void reader_pool_reset(pool_t *pool, u64 record_size) {
     }
     if (seen < pool->entry_count) memory_zero(pool->entries, (u64)pool->max_entry_count * record_size);
     pool->entry_count = 0;
-    for (u32 i = 0; i < pool->max_entry_count; i++) pool->free_indices[i] = pool->max_entry_count - 1 - i;
+    u32 capacity = pool->max_entry_count;
+    assert_true(capacity <= reader_entry_capacity);
+    __builtin_memcpy(pool->free_indices, reader_fresh_free_stack.indices + (reader_entry_capacity - capacity),
+                     (u64)capacity * sizeof(u32));
 }
 
 void reader_reset(reader_t *reader) {
