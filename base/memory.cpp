@@ -283,6 +283,14 @@ void pool_iterator_create(pool_iterator_t *iterator, pool_t *pool, u64 entry_siz
     iterator->is_live = is_live;
 }
 
+u32 pool_untouched_from(const pool_t *pool) {
+    u32 max = pool->max_entry_count;
+    u32 free_count = max - pool->entry_count;
+    u32 k = 0;
+    while (k < free_count && pool->free_indices[k] == max - 1 - k) k++;
+    return max - k;
+}
+
 void *pool_iterator_next(pool_iterator_t *iterator) {
     pool_t *pool = iterator->pool;
     iterator->current = nullptr;

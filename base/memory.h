@@ -40,7 +40,7 @@ void data_address_space_decommit(data_t *data, u64 size);
 void data_clear(data_t *data);
 // A commit of at least this size is taken to be filled soon and is backed
 // with large pages where the system can.
-constexpr u64 memory_dense_commit = 0x200000;
+constexpr u64 memory_dense_commit = 0x800000;
 // Committed memory about to be filled densely: large pages where possible.
 void memory_advise_dense(void *address, u64 size);
 // The whole pages inside the range give their memory back; they stay
@@ -100,6 +100,12 @@ void *pool_entry(pool_t *pool, u64 entry_size, u64 index);
 u64 pool_index_of(pool_t *pool, u64 entry_size, const void *pointer);
 void pool_release(pool_t *pool, void *pointer, u64 entry_size);
 void pool_release_index(pool_t *pool, u32 index);
+// The first slot of the run at the end that the pool has not handed out
+// since it was made or its stack was last rebuilt: the bottom of the free
+// stack still holds those slots in a fresh pool's order. Their bytes are as
+// they were then, so a walk for live entries may stop there without touching
+// (and so committing) their pages.
+u32 pool_untouched_from(const pool_t *pool);
 void pool_destroy(pool_t *pool);
 void pool_iterator_create(pool_iterator_t *iterator, pool_t *pool, u64 entry_size, pool_is_live_t *is_live);
 void *pool_iterator_next(pool_iterator_t *iterator);

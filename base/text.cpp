@@ -33,6 +33,21 @@ bool data_starts_with_ignore_case(const data_t *text, const data_t *prefix) {
     return true;
 }
 
+const u8 *memory_find_byte(const u8 *first, const u8 *end, u8 value) {
+    const u8 *p = first;
+    const u64 ones = 0x0101010101010101ull, tops = 0x8080808080808080ull, pattern = ones * value;
+    while (end - p >= 8) {
+        u64 word;
+        __builtin_memcpy(&word, p, 8);
+        word ^= pattern; // the byte sought is now zero; the lowest flag below is exact
+        u64 zero = (word - ones) & ~word & tops;
+        if (zero) return p + (__builtin_ctzll(zero) >> 3);
+        p += 8;
+    }
+    while (p < end && *p != value) p++;
+    return p;
+}
+
 const u8 *memory_find(const u8 *first, const u8 *end, const void *needle, u64 needle_size) {
     if (!first || !end || !needle || first >= end || needle_size == 0 || needle_size > (u64)(end - first))
         return end;

@@ -28,6 +28,8 @@ bool memory_starts_with(const u8 *first, const u8 *end, const void *prefix, u64 
 bool data_starts_with(const data_t *text, const data_t *prefix);
 bool data_starts_with_ignore_case(const data_t *text, const data_t *prefix);
 const u8 *memory_find(const u8 *first, const u8 *end, const void *needle, u64 needle_size);
+// The first byte of that value in [first, end), or `end`; eight bytes a step.
+const u8 *memory_find_byte(const u8 *first, const u8 *end, u8 value);
 const u8 *memory_find_last(const u8 *first, const u8 *end, const void *needle, u64 needle_size);
 const u8 *text_find_space(const u8 *first, const u8 *end);
 const u8 *text_find_non_space(const u8 *first, const u8 *end);

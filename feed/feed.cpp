@@ -116,6 +116,14 @@ void feed_text_set(reader_t *reader, const data_t *raw, data_t *field, code_poin
     bool cut = false;
 
     auto write = [&](u32 code_point) -> bool {
+        if (code_point < 0x80) {
+            if (size == capacity) {
+                cut = true;
+                return false;
+            }
+            out[size++] = (u8)code_point;
+            return true;
+        }
         u8 bytes[4];
         u8 count = 0;
         u32 error = 0;
@@ -180,6 +188,27 @@ void feed_text_set(reader_t *reader, const data_t *raw, data_t *field, code_poin
         const u8 *next = p + consumed;
 
         if (code_point == '&') {
+            // The names of XML itself, with their ";" right behind: that ";"
+            // is the next one, so they need no search.
+            u32 named = 0;
+            u64 rest = (u64)(end - next);
+            if (rest >= 3 && next[2] == ';' && next[1] == 't' && (next[0] == 'l' || next[0] == 'g')) {
+                named = next[0] == 'l' ? '<' : '>';
+                p = next + 3;
+            } else if (rest >= 4 && next[0] == 'a' && next[1] == 'm' && next[2] == 'p' && next[3] == ';') {
+                named = '&';
+                p = next + 4;
+            } else if (rest >= 5 && next[4] == ';' &&
+                       ((next[0] == 'q' && next[1] == 'u' && next[2] == 'o' && next[3] == 't') ||
+                        (next[0] == 'a' && next[1] == 'p' && next[2] == 'o' && next[3] == 's'))) {
+                named = next[0] == 'q' ? '"' : '\'';
+                p = next + 5;
+            }
+            if (named) {
+                if (!write(named)) break;
+                feed_code_point_note(code_points, &cache, named);
+                continue;
+            }
             if (!searched || (semicolon && semicolon < next)) {
                 semicolon = next;
                 while (semicolon < end && *semicolon != ';') semicolon++;
@@ -424,15 +453,25 @@ void feed_run_set_node(feed_run_t *run, const xml_node_t *node, data_t *field) {
     feed_run_set(run, &text, field);
 }
 
-static u64 feed_guid_bit(const data_t *guid) {
+static u64 feed_guid_hash(const data_t *guid) {
     u64 hash = 0xcbf29ce484222325ull; // FNV-1a
     for (u64 i = 0; i < guid->used; i++) hash = (hash ^ guid->bytes[i]) * 0x100000001b3ull;
     return hash ^ (hash >> 29);
 }
 
+// Two bits a guid, from the two halves of its hash.
+static bool feed_guid_filter_test(const feed_run_t *run, u64 hash) {
+    const u64 bits = sizeof(run->guid_filter) * 8;
+    u64 a = (hash & 0xFFFFFFFF) % bits, b = (hash >> 32) % bits;
+    return (run->guid_filter[a >> 6] >> (a & 63) & 1) && (run->guid_filter[b >> 6] >> (b & 63) & 1);
+}
+
 static void feed_guid_filter_add(feed_run_t *run, const data_t *guid) {
-    u64 bit = feed_guid_bit(guid) % (sizeof(run->guid_filter) * 8);
-    run->guid_filter[bit >> 6] |= 1ull << (bit & 63);
+    const u64 bits = sizeof(run->guid_filter) * 8;
+    u64 hash = feed_guid_hash(guid);
+    u64 a = (hash & 0xFFFFFFFF) % bits, b = (hash >> 32) % bits;
+    run->guid_filter[a >> 6] |= 1ull << (a & 63);
+    run->guid_filter[b >> 6] |= 1ull << (b & 63);
 }
 
 entry_t *feed_run_find_twin(feed_run_t *run, const data_t *guid) {
@@ -450,9 +489,8 @@ entry_t *feed_run_find_twin(feed_run_t *run, const data_t *guid) {
             if (own.used) feed_guid_filter_add(run, &own);
         }
     }
-    u64 bit = feed_guid_bit(guid) % (sizeof(run->guid_filter) * 8);
     entry_t *twin = nullptr;
-    if (run->guid_filter[bit >> 6] & (1ull << (bit & 63))) twin = reader_get_entry_by_guid(run->reader, feed->id, guid);
+    if (feed_guid_filter_test(run, feed_guid_hash(guid))) twin = reader_get_entry_by_guid(run->reader, feed->id, guid);
     feed_guid_filter_add(run, guid);
     return twin;
 }

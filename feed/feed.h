@@ -69,7 +69,7 @@ struct feed_run_t {
     // A bit per guid hash: set for every guid of the feed's stored entries
     // (on the first look-up) and for each guid accepted since. A clear bit
     // means the feed holds no entry of that guid, with no walk of the pool.
-    u64 guid_filter[512];
+    u64 guid_filter[1024];
     bool guid_filter_ready;
 };
 

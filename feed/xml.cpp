@@ -3,6 +3,7 @@
 #include "feed/xml.h"
 
 #include "base/log.h"
+#include "base/text.h"
 
 const char *const xml_element_names[xml_element_name_count] = {
     "xml",       "rss",         "rdf",      "channel",  "title",     "link",          "description",
@@ -58,6 +59,12 @@ xml_scan_t xml_scan_tags(data_t *memory, const data_t *text) {
     bool in_comment = false, in_cdata = false, in_xml_declaration = false;
 
     for (const u8 *c = first; c < end; c++) {
+        // Outside a tag only "<" means anything: the text between tags is
+        // passed over at once.
+        if (!open) {
+            c = memory_find_byte(c, end, '<');
+            if (c == end) break;
+        }
         u8 b = *c;
         if (b == '"') {
             if (open && !in_comment && !in_cdata && !in_single_quotes) in_double_quotes = !in_double_quotes;

@@ -445,9 +445,12 @@ static void reader_count_pools(reader_t *reader, reader_pool_count_t counts[7]) 
     counts[4] = {&reader->atom_links, sizeof(atom_link_t), reader_pool_live_atom_link, 0};
     counts[5] = {&reader->links, sizeof(link_t), reader_pool_live_link, 0};
     counts[6] = {&reader->metas, sizeof(meta_t), reader_pool_live_meta, 0};
+    // Slots the pool never handed out hold nothing; not reading them keeps
+    // their pages uncommitted in a reader far from full.
     for (u32 p = 0; p < 7; p++) {
         pool_t *pool = counts[p].pool;
-        for (u32 i = 0; i < pool->max_entry_count; i++)
+        u32 end = pool_untouched_from(pool);
+        for (u32 i = 0; i < end; i++)
             if (counts[p].is_live(pool_entry(pool, counts[p].record_size, i), nullptr)) counts[p].counted++;
     }
 }

@@ -471,7 +471,7 @@ void reader_read(reader_t *reader, const data_t *path, u32 *error) {
             break;
         }
         u64 bytes = (u64)count * layout.record_size;
-        if (bytes >= memory_dense_commit) memory_advise_dense(pool->entries, bytes);
+        if (bytes >= 0x200000) memory_advise_dense(pool->entries, bytes); // a pool filled to the brim
         reader_get(&in, pool->entries, bytes);
         pool->entry_count = count;
         // A fresh pool's stack, so that the next take gets slot `count`.

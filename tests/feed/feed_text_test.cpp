@@ -36,6 +36,7 @@ TEST(FeedText, ReferencesAndEncodings) {
         {encoding_utf8, "&#0;&#xD800;&#x110000;&#-65;&#4294967361;", "&#0;&#xD800;&#x110000;&#-65;&#4294967361;"},
         {encoding_utf8, "&# 65;&#65abc;&#x41zz;", "AAA"}, // numbers are read as the number reader reads them
         {encoding_utf8, "a & b; Q&A &amp; more", "a & b; Q&A & more"},
+        {encoding_utf8, "&quot;&apos;&ltx;&lt &amp", "\"'&ltx;&lt &amp"}, // names of XML, and near misses
         {encoding_utf8, "bad \xFF, cut \xE2\x82", "bad \xEF\xBF\xBD, cut \xEF\xBF\xBD\xEF\xBF\xBD"},
         {encoding_windows_1252, "\xE9 &eacute; \x80 \x86 \x81", "\xC3\xA9 \xC3\xA9 \xE2\x82\xAC \xE2\x80\xA0 \xC2\x81"},
         {encoding_shift_jis, "\x82\xA0&amp;", "\xE3\x81\x82&"},
