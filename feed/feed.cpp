@@ -244,11 +244,15 @@ void feed_text_set(reader_t *reader, const data_t *raw, data_t *field, code_poin
     if (field->used != 0 && size <= capacity - size &&
         memory_equal(field->bytes, field->used, out + size, size))
         return;
+    // A full text area keeps the field as it was (the caller learns of it
+    // from reader->full).
+    if (!reader_text_fits(reader, size)) return;
     data_t output = data_t{size, size, out};
     *field = reader_text_add(reader, &output);
 }
 
-void feed_url_set(reader_t *reader, const data_t *url, data_t *field) {
+bool feed_url_set(reader_t *reader, const data_t *url, data_t *field) {
+    if (!reader_text_fits(reader, url->used)) return false;
     feed_code_point_cache_t cache;
     cache.ascii[0] = cache.ascii[1] = 0;
     for (u32 &slot : cache.recent) slot = code_point_none;
@@ -263,11 +267,18 @@ void feed_url_set(reader_t *reader, const data_t *url, data_t *field) {
         p += error || consumed == 0 ? 1 : consumed;
     }
     *field = reader_text_add(reader, url);
+    return true;
 }
 
 // ---- categories and persons --------------------------------------------------------------------
 
-void feed_link_category(reader_t *reader, u32 encoding, const category_t *raw, u32 kind, u32 owner_id,
+// What the three texts of a raw category or person can take in the text
+// area: a raw byte becomes at most 3 bytes of UTF-8.
+static bool feed_texts_fit(reader_t *reader, const data_t *a, const data_t *b, const data_t *c) {
+    return reader_text_fits(reader, (a->used + b->used + c->used) * 3);
+}
+
+bool feed_link_category(reader_t *reader, u32 encoding, const category_t *raw, u32 kind, u32 owner_id,
                         u32 *owner_count, data_t *scratch) {
     category_t *category = nullptr;
     pool_t *categories = &reader->categories;
@@ -296,19 +307,23 @@ void feed_link_category(reader_t *reader, u32 encoding, const category_t *raw, u
             if (*owner_count && ++counted >= *owner_count) break;
         }
     } else {
+        if (!feed_texts_fit(reader, &raw->term, &raw->scheme, &raw->label)) return false;
         category = reader_new_category(reader);
-        assert_message(category, "The reader's categories are full.");
+        if (!category) return false;
         feed_text_set(reader, &raw->term, &category->term, reader->code_points, encoding, scratch);
         feed_text_set(reader, &raw->scheme, &category->scheme, reader->code_points, encoding, scratch);
         feed_text_set(reader, &raw->label, &category->label, reader->code_points, encoding, scratch);
     }
-    if (joined) return;
+    if (joined) return true;
+    // A category made just now and left without its link is collected with
+    // the next rollback or save.
     link_t *link = reader_new_link(reader, kind, owner_id, category->id);
-    assert_message(link, "The reader's links are full.");
+    if (!link) return false;
     (*owner_count)++;
+    return true;
 }
 
-void feed_link_person(reader_t *reader, u32 encoding, const person_t *raw, u32 kind, u32 owner_id,
+bool feed_link_person(reader_t *reader, u32 encoding, const person_t *raw, u32 kind, u32 owner_id,
                       u32 *owner_count, data_t *scratch) {
     person_t *person = nullptr;
     pool_t *persons = &reader->persons;
@@ -340,21 +355,23 @@ void feed_link_person(reader_t *reader, u32 encoding, const person_t *raw, u32 k
             }
         }
     } else {
+        if (!feed_texts_fit(reader, &raw->name, &raw->uri, &raw->email)) return false;
         person = reader_new_person(reader);
-        assert_message(person, "The reader's persons are full.");
+        if (!person) return false;
         feed_text_set(reader, &raw->name, &person->name, reader->code_points, encoding, scratch);
         feed_text_set(reader, &raw->uri, &person->uri, reader->code_points, encoding, scratch);
         feed_text_set(reader, &raw->email, &person->email, reader->code_points, encoding, scratch);
     }
-    if (joined) return;
+    if (joined) return true;
     link_t *link = reader_new_link(reader, kind, owner_id, person->id);
-    assert_message(link, "The reader's links are full.");
+    if (!link) return false;
     (*owner_count)++;
+    return true;
 }
 
 // ---- rollback safety -----------------------------------------------------------------------------
 
-void feed_reserve_for_item(reader_t *reader, const xml_node_t *item) {
+bool feed_reserve_for_item(reader_t *reader, const xml_node_t *item) {
     // Everything an item can store comes from its children's texts and
     // attributes, and from the texts of a person's children. A raw byte
     // becomes at most 3 bytes of UTF-8.
@@ -367,8 +384,7 @@ void feed_reserve_for_item(reader_t *reader, const xml_node_t *item) {
             for (u32 g = 0; g < child->child_count; g++) raw += node_text(child->children[g]).used;
         }
     }
-    u64 need = reader->text.used + raw * 3 + 64;
-    reader_text_reserve(reader, need); // past the area's end the text add itself stops the process
+    return reader_text_fits(reader, raw * 3 + 64);
 }
 
 // ---- the driver -------------------------------------------------------------------------------------

@@ -36,7 +36,8 @@ const data_t *node_attribute(const xml_node_t *node, u32 attribute_index);
 // start), decoding the character references, and stores it in `field` unless
 // the field is found unchanged. New code points join `code_points`. A text
 // that does not fit the scratch area is cut at the last whole character that
-// fits, with a line on log channel 0.
+// fits, with a line on log channel 0. When the reader's text area is full the
+// field stays as it was and reader->full says so.
 void feed_text_set(reader_t *reader, const data_t *raw, data_t *field, code_point_list_t *code_points, u32 encoding,
                    data_t *scratch);
 
@@ -44,17 +45,19 @@ void feed_text_set(reader_t *reader, const data_t *raw, data_t *field, code_poin
 // reference decoding), noting its code points in the reader's list. The
 // address is the user's UTF-8 text, not document text: stored as it is, it
 // stays the address that is fetched again and that a feed is found by.
-void feed_url_set(reader_t *reader, const data_t *url, data_t *field);
+// False (and nothing stored) when the text area is full.
+bool feed_url_set(reader_t *reader, const data_t *url, data_t *field);
 
 // Joins a category (term, scheme and label as raw document bytes) to an
 // owner: the stored category of the same term is shared, a new one is made
 // otherwise, and a link of `kind` is added unless the owner already has it.
-void feed_link_category(reader_t *reader, u32 encoding, const category_t *raw, u32 kind, u32 owner_id,
+// False when a pool or the text area had no room (the owner is not joined).
+bool feed_link_category(reader_t *reader, u32 encoding, const category_t *raw, u32 kind, u32 owner_id,
                         u32 *owner_count, data_t *scratch);
 // The same for a person, by name. An owner's existing links are matched by
 // owner id alone, whatever their kind, so a person named twice by one owner
 // (author and contributor) is joined once.
-void feed_link_person(reader_t *reader, u32 encoding, const person_t *raw, u32 kind, u32 owner_id,
+bool feed_link_person(reader_t *reader, u32 encoding, const person_t *raw, u32 kind, u32 owner_id,
                       u32 *owner_count, data_t *scratch);
 
 // The state of one mapping run: where fields go, how raw text is read, and
@@ -86,8 +89,9 @@ void feed_run_set_node(feed_run_t *run, const xml_node_t *node, data_t *field);
 date_t feed_later(date_t a, date_t b);
 
 // Makes sure the text area will not need to grow while one item or entry is
-// read, so that a refused one can always be rolled back.
-void feed_reserve_for_item(reader_t *reader, const xml_node_t *item);
+// read, so that a refused one can always be rolled back. False when the
+// text area can't hold it: the item is then refused.
+bool feed_reserve_for_item(reader_t *reader, const xml_node_t *item);
 
 // The mappings. `feed` is the stored feed of the same type, or null for a new
 // one; `scratch` is the conversion space of feed_text_set.

@@ -11,9 +11,13 @@ static date_t atom_date(const xml_node_t *node) {
 
 static const char *const atom_rel_names[5] = {"alternate", "related", "self", "enclosure", "via"};
 
-static void atom_link(feed_run_t *run, const xml_node_t *node, u32 owner_kind, u32 owner_id, u32 *link_count) {
+// False when the atom links (or the text area) had no room.
+static bool atom_link(feed_run_t *run, const xml_node_t *node, u32 owner_kind, u32 owner_id, u32 *link_count) {
+    u64 raw = 0;
+    for (u32 a = 0; a < node->attribute_count; a++) raw += node->attributes[a]->value.used;
+    if (!reader_text_fits(run->reader, raw * 3)) return false;
     atom_link_t *link = reader_new_atom_link(run->reader, owner_kind, owner_id);
-    assert_message(link, "The reader's atom links are full.");
+    if (!link) return false;
     for (u32 a = 0; a < node->attribute_count; a++) {
         const xml_attribute_t *attribute = node->attributes[a];
         const data_t *value = &attribute->value;
@@ -34,9 +38,10 @@ static void atom_link(feed_run_t *run, const xml_node_t *node, u32 owner_kind, u
         }
     }
     (*link_count)++;
+    return true;
 }
 
-static void atom_category(feed_run_t *run, const xml_node_t *node, u32 kind, u32 owner_id, u32 *count) {
+static bool atom_category(feed_run_t *run, const xml_node_t *node, u32 kind, u32 owner_id, u32 *count) {
     category_t raw = {};
     for (u32 a = 0; a < node->attribute_count; a++) {
         const xml_attribute_t *attribute = node->attributes[a];
@@ -47,11 +52,11 @@ static void atom_category(feed_run_t *run, const xml_node_t *node, u32 kind, u32
         default: break;
         }
     }
-    feed_link_category(run->reader, run->encoding, &raw, kind, owner_id, count, run->scratch);
+    return feed_link_category(run->reader, run->encoding, &raw, kind, owner_id, count, run->scratch);
 }
 
 // `author` and `contributor`: a person when any of the three parts is given.
-static void atom_person(feed_run_t *run, const xml_node_t *node, u32 kind, u32 owner_id, u32 *count) {
+static bool atom_person(feed_run_t *run, const xml_node_t *node, u32 kind, u32 owner_id, u32 *count) {
     person_t raw = {};
     for (u32 i = 0; i < node->child_count; i++) {
         const xml_node_t *part = node->children[i];
@@ -62,28 +67,32 @@ static void atom_person(feed_run_t *run, const xml_node_t *node, u32 kind, u32 o
         default: break;
         }
     }
-    if (raw.name.used == 0 && raw.uri.used == 0 && raw.email.used == 0) return;
-    feed_link_person(run->reader, run->encoding, &raw, kind, owner_id, count, run->scratch);
+    if (raw.name.used == 0 && raw.uri.used == 0 && raw.email.used == 0) return true;
+    return feed_link_person(run->reader, run->encoding, &raw, kind, owner_id, count, run->scratch);
 }
 
 static void atom_entry(feed_run_t *run, const xml_node_t *node) {
     reader_t *reader = run->reader;
-    feed_reserve_for_item(reader, node);
+    // A full reader refuses the entry as the RSS mapping refuses an item.
+    if (!feed_reserve_for_item(reader, node)) return;
     reader_text_mark_t mark = reader_text_mark(reader);
     date_t saved_newest = run->newest;
     entry_t *entry = reader_new_entry(reader);
-    assert_message(entry, "The reader's entries are full.");
+    if (!entry) return;
     entry_atom_t *atom = &entry->atom;
 
-    for (u32 i = 0; i < node->child_count; i++) {
+    bool room = true; // false once a pool had no room for a part of the entry
+    for (u32 i = 0; i < node->child_count && room; i++) {
         const xml_node_t *child = node->children[i];
         switch (child->name_index) {
         case xml_title: feed_run_set_node(run, child, &atom->title); break;
-        case xml_link: atom_link(run, child, atom_link_owner_entry, entry->id, &atom->link_count); break;
+        case xml_link: room = atom_link(run, child, atom_link_owner_entry, entry->id, &atom->link_count); break;
         case xml_category:
-            atom_category(run, child, link_kind_atom_entry_category, entry->id, &atom->category_count);
+            room = atom_category(run, child, link_kind_atom_entry_category, entry->id, &atom->category_count);
             break;
-        case xml_author: atom_person(run, child, link_kind_atom_entry_author, entry->id, &atom->author_count); break;
+        case xml_author:
+            room = atom_person(run, child, link_kind_atom_entry_author, entry->id, &atom->author_count);
+            break;
         case xml_source: feed_run_set(run, &child->text, &atom->source); break; // its own text only
         case xml_id: feed_run_set_node(run, child, &atom->atom_id); break;
         case xml_updated:
@@ -91,7 +100,7 @@ static void atom_entry(feed_run_t *run, const xml_node_t *node) {
             run->newest = feed_later(run->newest, atom->updated);
             break;
         case xml_contributor:
-            atom_person(run, child, link_kind_atom_entry_contributor, entry->id, &atom->contributor_count);
+            room = atom_person(run, child, link_kind_atom_entry_contributor, entry->id, &atom->contributor_count);
             break;
         case xml_rights: feed_run_set_node(run, child, &atom->rights); break;
         case xml_content: feed_run_set_node(run, child, &atom->content); break;
@@ -106,7 +115,7 @@ static void atom_entry(feed_run_t *run, const xml_node_t *node) {
     }
 
     // Judged whole: an entry with no date at all is never new enough.
-    if (!date_is_after(atom->updated, run->threshold)) {
+    if (!room || !date_is_after(atom->updated, run->threshold)) {
         entry->type_and_flags = reader_type_atom;
         reader_delete_entry(reader, entry, nullptr);
         reader_text_rollback(reader, mark);
@@ -129,8 +138,10 @@ feed_t *feed_map_atom(reader_t *reader, xml_node_t *feed_node, const data_t *url
         // The document's links replace the stored ones.
         reader_delete_atom_links(reader, feed, atom_link_owner_feed);
     } else {
+        // No room for the feed or its address: nothing is made.
+        if (!reader_text_fits(reader, url->used)) return nullptr;
         feed = reader_new_feed(reader, reader_type_atom);
-        assert_message(feed, "The reader's feeds are full.");
+        if (!feed) return nullptr;
         feed_url_set(reader, url, &feed->url);
     }
     run.feed = feed;

@@ -8,11 +8,15 @@ static u64 rss_number(const data_t *text) { return (u64)text_to_i64(text->bytes,
 
 static void rss_item(feed_run_t *run, const xml_node_t *item) {
     reader_t *reader = run->reader;
-    feed_reserve_for_item(reader, item);
+    // A full reader refuses the item, as it refuses an old one: what is
+    // stored stays, reader->full tells the caller, and the user is told
+    // once per update what to do. Stopping the program here would lose the
+    // whole update for want of room for one item.
+    if (!feed_reserve_for_item(reader, item)) return;
     reader_text_mark_t mark = reader_text_mark(reader);
     date_t saved_newest = run->newest;
     entry_t *entry = reader_new_entry(reader);
-    assert_message(entry, "The reader's entries are full.");
+    if (!entry) return;
     entry->rss.guid_is_perma_link = 1;
 
     bool refused = false;
@@ -33,8 +37,10 @@ static void rss_item(feed_run_t *run, const xml_node_t *item) {
         case xml_category: {
             category_t raw = {};
             raw.term = node_text(child);
-            feed_link_category(reader, run->encoding, &raw, link_kind_rss_entry_category, entry->id,
-                               &entry->rss.category_count, run->scratch);
+            if (!feed_link_category(reader, run->encoding, &raw, link_kind_rss_entry_category, entry->id,
+                                    &entry->rss.category_count, run->scratch))
+                refused = true; // no room for it
+
             break;
         }
         case xml_author: feed_run_set_node(run, child, &entry->rss.author); break;
@@ -196,8 +202,10 @@ feed_t *feed_map_rss(reader_t *reader, xml_node_t *channel, xml_node_t *rdf, con
     if (feed) {
         run.threshold = feed->rss.last_build_date;
     } else {
+        // No room for the feed or its address: nothing is made.
+        if (!reader_text_fits(reader, url->used)) return nullptr;
         feed = reader_new_feed(reader, reader_type_rss);
-        assert_message(feed, "The reader's feeds are full.");
+        if (!feed) return nullptr;
         feed_url_set(reader, url, &feed->url);
     }
     run.feed = feed;

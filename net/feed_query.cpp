@@ -56,6 +56,7 @@ u64 feed_query_busy_count(const feed_query_t *slots, u64 count) {
 // The first fetching action of a run begins a new generation, and the shown
 // range moves to it.
 void feed_query_begin_generation(feed_query_context_t *context, reader_t *reader) {
+    context->full_reported = 0;
     if (reader->generation == context->start_generation) {
         reader_generation_advance(reader, context->generation_minimum, context->generation_maximum);
     }
@@ -71,12 +72,21 @@ static data_t feed_query_copy_url(feed_query_context_t *context, const u8 *bytes
     return data_t{size + 1, size, copy};
 }
 
-static void feed_query_log_dropped(const data_t *url, const char *reason) {
+// A dropped query is the user's business too: the address was not fetched.
+static void feed_query_log_dropped(feed_query_context_t *context, const data_t *url, const char *reason) {
     log_string(log_main, "Feed query not started (");
     log_string(log_main, reason);
     log_string(log_main, "): ");
     log_data(log_main, url);
     log_string(log_main, "\n");
+    log_channel_t *user = log_channel(log_user);
+    if (user && user->data.used) log_string(log_user, "\n\n");
+    log_string(log_user, "Not fetched (");
+    log_string(log_user, reason);
+    log_string(log_user, "; try it again once this update is done): ");
+    log_data(log_user, url);
+    context->failed_count++;
+    if (context->show_log) context->show_log(context->show_log_context);
 }
 
 // Takes a slot for the copied address and queues its fetch. Running out of
@@ -89,13 +99,13 @@ static void feed_query_queue(feed_query_context_t *context, data_t url, u32 feed
     }
     feed_query_t *slot = feed_query_free_slot(context->slots, context->slot_count);
     if (!slot) {
-        feed_query_log_dropped(&url, "no free query slot");
+        feed_query_log_dropped(context, &url, "no free query slot");
         file_storage_free(context->file_storage, url.bytes, url.reserved);
         return;
     }
     feed_query_start(slot, &url, feed_id, context->wake, context->wake_context);
     if (!thread_queue_work(context->queue, feed_query_work, slot)) {
-        feed_query_log_dropped(&url, "the work queue is full");
+        feed_query_log_dropped(context, &url, "the work queue is full");
         slot->url = data_t{};
         feed_query_set_state(slot, feed_query_free);
         file_storage_free(context->file_storage, url.bytes, url.reserved);
@@ -223,6 +233,31 @@ static void feed_query_report_failure(feed_query_context_t *context, feed_query_
     if (context->show_log) context->show_log(context->show_log_context);
 }
 
+// What the user reads when a pool refused records: once per action for each
+// pool, on the log panel's channel, with what makes room.
+static void feed_query_report_full(feed_query_context_t *context, u32 full) {
+    static const char *const names[] = {"feeds", "entries", "categories", "persons",
+                                        "atom links", "links", "meta records", "text"};
+    u32 news = full & ~context->full_reported;
+    context->full_reported |= full;
+    if (!news) return;
+    log_channel_t *user = log_channel(log_user);
+    if (user && user->data.used) log_string(log_user, "\n\n");
+    log_string(log_user, "The reader is full (");
+    bool first = true;
+    for (u32 bit = 0; bit < array_count(names); bit++) {
+        if (!(news & (1u << bit))) continue;
+        if (!first) log_string(log_user, ", ");
+        log_string(log_user, names[bit]);
+        first = false;
+    }
+    log_string(log_user, "): what did not fit was left out, and everything stored is kept.\n"
+                         "    To make room, delete entries or feeds you no longer need; they are purged when the "
+                         "program closes, or at once when deleted a second time. Then update again.");
+    log_string(log_main, "Parsing: the reader is full; records were refused.\n");
+    if (context->show_log) context->show_log(context->show_log_context);
+}
+
 static void feed_query_parse(feed_query_context_t *context, reader_t *reader, feed_query_t *slot) {
     feed_t *feed = nullptr;
     if (slot->feed_id != feed_query_new_feed) {
@@ -250,6 +285,7 @@ static void feed_query_parse(feed_query_context_t *context, reader_t *reader, fe
 
     data_t *frame_memory = context->frame_memory;
     u64 frame_used = frame_memory->used;
+    reader->full = 0;
     feed_t *parsed = feed_parse(frame_memory, reader, &slot->content, &slot->url, feed);
     frame_memory->used = frame_used;
     context->parsed_count++;
@@ -271,6 +307,11 @@ static void feed_query_parse(feed_query_context_t *context, reader_t *reader, fe
         meta_t *meta = feed ? reader_get_meta(reader, parsed->id) : nullptr;
         if (!meta) reader_new_meta(reader, parsed);
         reader_sort_feed(reader, parsed);
+    }
+    if (reader->full) {
+        context->refused_count++;
+        feed_query_report_full(context, reader->full);
+        reader->full = 0;
     }
     // Sorting moved records between slots; ids survive moves.
     if (selected_entry) {

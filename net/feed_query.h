@@ -81,6 +81,8 @@ struct feed_query_context_t {
     void *show_log_context;
     u32 failed_count;             // fetch failures seen by the scan, counted up
     u32 parsed_count;             // documents handed to the parser, counted up
+    u32 full_reported;            // reader_full_* bits the user was told of in this action
+    u32 refused_count;            // parses that found the reader full, counted up
 };
 
 // The four user actions. Each first starts a new generation when the
@@ -98,6 +100,7 @@ void feed_query_update_all(feed_query_context_t *context, reader_t *reader);
 
 // The rule every action starts with: when the reader's generation still
 // equals the start generation, it advances and the shown range moves to it.
+// Each action also begins a new round of messages about a full reader.
 void feed_query_begin_generation(feed_query_context_t *context, reader_t *reader);
 // One slot for one stored feed (asserted valid).
 void feed_query_update(feed_query_context_t *context, reader_t *reader, feed_t *feed);

@@ -98,6 +98,7 @@ void reader_reset(reader_t *reader) {
     reader->text.used = 0; // what is committed stays committed
     reader->categories_unlinked = 1;
     reader->persons_unlinked = 1;
+    reader->full = 0;
     reader->last_feed_id = 0;
     reader->last_entry_id = 0;
     reader->last_category_id = 0;
@@ -126,6 +127,12 @@ data_t reader_text_add(reader_t *reader, const data_t *string) {
     if (size) memory_copy(copy, string->bytes, size);
     reader->text.used += size;
     return data_t{size, size, copy};
+}
+
+bool reader_text_fits(reader_t *reader, u64 size) {
+    if (reader_text_reserve(reader, reader->text.used + size)) return true;
+    reader->full |= reader_full_text;
+    return false;
 }
 
 reader_text_mark_t reader_text_mark(reader_t *reader) {
@@ -231,7 +238,10 @@ bool reader_flags_pass(u32 type_and_flags, u32 required, u32 allowed) {
 
 feed_t *reader_new_feed(reader_t *reader, u32 type) {
     feed_t *feed = (feed_t *)pool_take(&reader->feeds, sizeof(feed_t));
-    if (!feed) return nullptr;
+    if (!feed) {
+        reader->full |= reader_full_feeds;
+        return nullptr;
+    }
     memory_zero(feed, sizeof(feed_t));
     reader->last_feed_id++;
     feed->id = reader->last_feed_id;
@@ -241,7 +251,10 @@ feed_t *reader_new_feed(reader_t *reader, u32 type) {
 
 entry_t *reader_new_entry(reader_t *reader) {
     entry_t *entry = (entry_t *)pool_take(&reader->entries, sizeof(entry_t));
-    if (!entry) return nullptr;
+    if (!entry) {
+        reader->full |= reader_full_entries;
+        return nullptr;
+    }
     memory_zero(entry, sizeof(entry_t));
     entry->id = reader->last_entry_id + 1;
     entry->generation = reader->generation;
@@ -259,7 +272,10 @@ void reader_accept_entry(reader_t *reader, feed_t *feed, entry_t *entry) {
 
 category_t *reader_new_category(reader_t *reader) {
     category_t *category = (category_t *)pool_take(&reader->categories, sizeof(category_t));
-    if (!category) return nullptr;
+    if (!category) {
+        reader->full |= reader_full_categories;
+        return nullptr;
+    }
     memory_zero(category, sizeof(category_t));
     reader->last_category_id++;
     category->id = reader->last_category_id;
@@ -269,7 +285,10 @@ category_t *reader_new_category(reader_t *reader) {
 
 person_t *reader_new_person(reader_t *reader) {
     person_t *person = (person_t *)pool_take(&reader->persons, sizeof(person_t));
-    if (!person) return nullptr;
+    if (!person) {
+        reader->full |= reader_full_persons;
+        return nullptr;
+    }
     memory_zero(person, sizeof(person_t));
     reader->last_person_id++;
     person->id = reader->last_person_id;
@@ -279,7 +298,10 @@ person_t *reader_new_person(reader_t *reader) {
 
 atom_link_t *reader_new_atom_link(reader_t *reader, u32 owner_kind, u32 owner_id) {
     atom_link_t *link = (atom_link_t *)pool_take(&reader->atom_links, sizeof(atom_link_t));
-    if (!link) return nullptr;
+    if (!link) {
+        reader->full |= reader_full_atom_links;
+        return nullptr;
+    }
     memory_zero(link, sizeof(atom_link_t));
     link->owner_kind = owner_kind;
     link->owner_id = owner_id;
@@ -288,7 +310,10 @@ atom_link_t *reader_new_atom_link(reader_t *reader, u32 owner_kind, u32 owner_id
 
 link_t *reader_new_link(reader_t *reader, u32 kind, u32 owner_id, u32 target_id) {
     link_t *link = (link_t *)pool_take(&reader->links, sizeof(link_t));
-    if (!link) return nullptr;
+    if (!link) {
+        reader->full |= reader_full_links;
+        return nullptr;
+    }
     link->kind = kind;
     link->owner_id = owner_id;
     link->target_id = target_id;
@@ -297,7 +322,10 @@ link_t *reader_new_link(reader_t *reader, u32 kind, u32 owner_id, u32 target_id)
 
 meta_t *reader_new_meta(reader_t *reader, const feed_t *feed) {
     meta_t *meta = (meta_t *)pool_take(&reader->metas, sizeof(meta_t));
-    if (!meta) return nullptr;
+    if (!meta) {
+        reader->full |= reader_full_metas;
+        return nullptr;
+    }
     memory_zero(meta, sizeof(meta_t));
     meta->feed_id = feed->id;
     meta->link_configuration = &reader->link_configurations[0];

@@ -74,6 +74,19 @@ enum : u32 {
     meta_draw_enclosure_image = 4, // "Draw enclosure image."
 };
 
+// The pools (and the text area) that refused a record because they were
+// full, as bits of reader_t::full.
+enum : u32 {
+    reader_full_feeds = 1,
+    reader_full_entries = 2,
+    reader_full_categories = 4,
+    reader_full_persons = 8,
+    reader_full_atom_links = 16,
+    reader_full_links = 32,
+    reader_full_metas = 64,
+    reader_full_text = 128,
+};
+
 // ---- records ------------------------------------------------------------------------
 // Strings are data_t views into the reader's text (UTF-8, reserved == used, not
 // zero-terminated); in the file the pointer holds an offset into the text
@@ -364,6 +377,10 @@ struct reader_t {
     // while they are clear, which keeps the rollback of a refused item cheap.
     u32 categories_unlinked;
     u32 persons_unlinked;
+    // reader_full_* bits of what was refused for want of room since the
+    // caller last cleared them. Capacities are fixed; a full pool refuses
+    // what does not fit, and the caller tells the user.
+    u32 full;
 
     // Hooks into the higher layers; each may stay null.
     u32 *replacement_glyph_index; // set to the position of U+FFFD in the list
@@ -391,8 +408,12 @@ void reader_reset(reader_t *reader);
 // false when the 100 MB of the area would be passed.
 bool reader_text_reserve(reader_t *reader, u64 needed_size);
 // Copies the string to the end of the text area and returns the copy
-// (reserved == used). A text area past 100 MB stops the process.
+// (reserved == used). A text area past 100 MB stops the process: callers
+// with text from outside check reader_text_fits first.
 data_t reader_text_add(reader_t *reader, const data_t *string);
+// Whether `size` more bytes fit the text area (committing what they need);
+// when not, sets reader_full_text in reader->full.
+bool reader_text_fits(reader_t *reader, u64 size);
 reader_text_mark_t reader_text_mark(reader_t *reader);
 // Undoes everything since the mark: unlinked categories and persons go, the
 // text's used size and the category and person counters return.
@@ -416,6 +437,8 @@ bool link_is_valid(const link_t *link);
 bool reader_flags_pass(u32 type_and_flags, u32 required, u32 allowed);
 
 // ---- creation ------------------------------------------------------------------------------
+// Each creation function below returns null when its pool is full, and then
+// sets that pool's bit in reader->full.
 // A zeroed feed of the type with the next id; null when the pool is full.
 feed_t *reader_new_feed(reader_t *reader, u32 type);
 // A zeroed entry with id last_entry_id + 1 (the counter does not move) and the

@@ -228,6 +228,56 @@ TEST(FeedDocuments, RefusedItemsLeaveTheReaderAsItWas) {
     EXPECT_EQ(fresh->entry_count, 0u);
 }
 
+TEST(FeedDocuments, AFullReaderRefusesWhatDoesNotFitAndKeepsTheRest) {
+    const std::string rss_item = "<rss><channel><title>R</title><item><title>new</title><guid>n</guid>"
+                                 "<category>c</category></item></channel></rss>";
+    const std::string atom_entry = "<feed><title>A</title><entry><title>new</title><id>n</id><author><name>P</name>"
+                                   "</author><link href=\"h\"/><updated>2024-01-02T00:00:00Z</updated></entry></feed>";
+    struct {
+        pool_t reader_t::*pool; // taken to its last slot; null: the text area is full
+        u32 bit;
+        const std::string *document;
+    } rows[] = {
+        {&reader_t::entries, reader_full_entries, &rss_item},   {&reader_t::categories, reader_full_categories, &rss_item},
+        {&reader_t::links, reader_full_links, &rss_item},       {&reader_t::persons, reader_full_persons, &atom_entry},
+        {&reader_t::atom_links, reader_full_atom_links, &atom_entry}, {nullptr, reader_full_text, &rss_item},
+        {nullptr, reader_full_text, &atom_entry},
+    };
+    for (const auto &row : rows) {
+        fixture_t f;
+        feed_t *feed = f.parse(*row.document);
+        ASSERT_TRUE(feed);
+        u32 entries = feed->entry_count, last_entry_id = f.reader.last_entry_id;
+        ASSERT_EQ(entries, 1u);
+        if (row.pool) {
+            pool_t *pool = &(f.reader.*row.pool);
+            while (pool_take(pool, 0)) {
+            }
+        } else {
+            f.reader.text_block.reserved = f.reader.text_block.used; // nothing more can be committed
+            f.reader.text.used = f.reader.text.reserved;
+        }
+        u64 text_used = f.reader.text.used;
+        std::string again = *row.document;
+        for (auto [from, to] : {std::pair{">n<", ">m<"}, {">c<", ">d<"}, {">P<", ">Q<"}}) // new entry, category, person
+            if (again.find(from) != std::string::npos) again.replace(again.find(from), 3, to);
+        f.reader.full = 0;
+        EXPECT_EQ(f.parse(again, feed), feed);
+        EXPECT_EQ(f.reader.full & row.bit, row.bit) << row.bit;
+        EXPECT_EQ(feed->entry_count, entries) << row.bit;
+        EXPECT_EQ(f.reader.last_entry_id, last_entry_id) << row.bit;
+        if (!row.pool) EXPECT_EQ(f.reader.text.used, text_used);
+    }
+
+    // No room for another feed: a new address makes nothing.
+    fixture_t f;
+    while (pool_take(&f.reader.feeds, 0)) {
+    }
+    EXPECT_EQ(f.parse(rss_item), nullptr);
+    EXPECT_EQ(f.reader.full, (u32)reader_full_feeds);
+    EXPECT_EQ(f.reader.text.used, 0u);
+}
+
 TEST(FeedDocuments, AChangedFormatLeavesTheStoredFeedAlone) {
     fixture_t f;
     feed_t *feed = f.parse(rss2);

@@ -163,6 +163,23 @@ TEST_F(tool_fixture, a_failed_save_has_its_own_status_and_the_systems_reason) {
     EXPECT_EQ(r.err, "tidewrack-tool: the reader could not be saved in " + folder + ": Is a directory\n");
 }
 
+TEST_F(tool_fixture, a_full_reader_keeps_what_fits_says_so_once_and_gives_status_1) {
+    test_site_t site;
+    test_server_t server(site.handler());
+    std::vector<std::string> args = {"update", "-path", folder};
+    for (int i = 0; i < 130; i++) { // more feeds than fit, more addresses than the tool once took
+        std::string path = "/f" + std::to_string(i) + ".xml";
+        site.set(path, test_rss("F" + std::to_string(i), {{"g", "item", ""}}));
+        args.push_back(server.url(path));
+    }
+    run_t r = tool(args);
+    EXPECT_EQ(r.status, 1);
+    size_t said = r.err.find("The reader is full (feeds)");
+    EXPECT_NE(said, std::string::npos) << r.err;
+    EXPECT_EQ(r.err.find("The reader is full", said + 1), std::string::npos) << "once per update";
+    EXPECT_EQ(dump(folder)["feeds"].size(), 100u);
+}
+
 TEST_F(tool_fixture, export_writes_the_list_and_import_reads_it_back) {
     test_site_t site;
     for (const char *p : {"/1.xml", "/2.xml"}) site.set(p, test_rss(p, {{p, "x", "Mon, 01 Jan 2024 10:00:00 GMT"}}));

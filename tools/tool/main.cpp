@@ -341,11 +341,11 @@ static bool tool_finish() {
 }
 
 // Exit status of update, import and parse: 3 when the save failed (whatever
-// else happened), 1 when a fetch failed, 0 otherwise. (2 is a bad command
-// line or an unreadable snapshot.)
+// else happened), 1 when a fetch failed or the full reader refused records,
+// 0 otherwise. (2 is a bad command line or an unreadable snapshot.)
 static int tool_status(bool saved) {
     if (!saved) return 3;
-    return tool.context.failed_count ? 1 : 0;
+    return tool.context.failed_count || tool.context.refused_count ? 1 : 0;
 }
 
 // ---- command line ------------------------------------------------------------------------------
@@ -355,13 +355,16 @@ struct tool_args_t {
     data_t url;          // --url URL
     bool strict;         // --strict
     bool log;            // -log: the main log to log.txt at the end
-    const char *items[128]; // the rest, in order
+    char **items; // the rest, in order (gathered at the front of argv's tail)
     u32 item_count;
     bool bad;
 };
 
 static tool_args_t tool_parse_args(int argc, char **argv, bool allow_path, bool allow_url, bool allow_strict) {
     tool_args_t args = {};
+    // Items are moved down over the options already read, so any number of
+    // them fits without a list of the tool's own.
+    args.items = argv + 2;
     for (int i = 2; i < argc; i++) {
         const char *a = argv[i];
         data_t value = data_from_pointer(a, string_length(a));
@@ -377,10 +380,8 @@ static tool_args_t tool_parse_args(int argc, char **argv, bool allow_path, bool 
             args.strict = true;
         } else if (a[0] == '-' && a[1] != 0) {
             args.bad = true;
-        } else if (args.item_count < array_count(args.items)) {
-            args.items[args.item_count++] = a;
         } else {
-            args.bad = true;
+            args.items[args.item_count++] = argv[i];
         }
     }
     return args;
