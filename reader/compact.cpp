@@ -68,31 +68,40 @@ static bool reader_visit_fields(u8 *record, const u16 *offsets, u32 count, reade
     return true;
 }
 
-bool reader_visit_strings(reader_t *reader, reader_string_visit_t *visit, void *context, bool *bad_feed,
-                          bool *bad_entry) {
-    for (u32 i = 0; i < reader->feeds.entry_count; i++) {
-        u8 *record = (u8 *)pool_entry(&reader->feeds, sizeof(feed_t), i);
-        switch (feed_get_type((feed_t *)record)) {
-        case reader_type_rss:
-            if (!reader_visit_fields(record, reader_strings_feed_rss, 23, visit, context)) return false;
-            break;
-        case reader_type_atom:
-            if (!reader_visit_fields(record, reader_strings_feed_atom, 10, visit, context)) return false;
-            break;
-        default: *bad_feed = true; return false;
+// One group of the order of the file: 0 the feeds, 1 the entries, 2 the
+// categories, persons and atom links. `first` and `end` bound the records of
+// the group's pool (group 1 only; the others take all of theirs).
+static bool reader_visit_group(reader_t *reader, u32 group, u32 first, u32 end, reader_string_visit_t *visit,
+                               void *context, bool *bad_feed, bool *bad_entry) {
+    if (group == 0) {
+        for (u32 i = 0; i < reader->feeds.entry_count; i++) {
+            u8 *record = (u8 *)pool_entry(&reader->feeds, sizeof(feed_t), i);
+            switch (feed_get_type((feed_t *)record)) {
+            case reader_type_rss:
+                if (!reader_visit_fields(record, reader_strings_feed_rss, 23, visit, context)) return false;
+                break;
+            case reader_type_atom:
+                if (!reader_visit_fields(record, reader_strings_feed_atom, 10, visit, context)) return false;
+                break;
+            default: *bad_feed = true; return false;
+            }
         }
+        return true;
     }
-    for (u32 i = 0; i < reader->entries.entry_count; i++) {
-        u8 *record = (u8 *)pool_entry(&reader->entries, sizeof(entry_t), i);
-        switch (entry_get_type((entry_t *)record)) {
-        case reader_type_rss:
-            if (!reader_visit_fields(record, reader_strings_entry_rss, 10, visit, context)) return false;
-            break;
-        case reader_type_atom:
-            if (!reader_visit_fields(record, reader_strings_entry_atom, 6, visit, context)) return false;
-            break;
-        default: *bad_entry = true; return false;
+    if (group == 1) {
+        for (u32 i = first; i < end; i++) {
+            u8 *record = (u8 *)pool_entry(&reader->entries, sizeof(entry_t), i);
+            switch (entry_get_type((entry_t *)record)) {
+            case reader_type_rss:
+                if (!reader_visit_fields(record, reader_strings_entry_rss, 10, visit, context)) return false;
+                break;
+            case reader_type_atom:
+                if (!reader_visit_fields(record, reader_strings_entry_atom, 6, visit, context)) return false;
+                break;
+            default: *bad_entry = true; return false;
+            }
         }
+        return true;
     }
     for (u32 i = 0; i < reader->categories.entry_count; i++) {
         u8 *record = (u8 *)pool_entry(&reader->categories, sizeof(category_t), i);
@@ -106,6 +115,14 @@ bool reader_visit_strings(reader_t *reader, reader_string_visit_t *visit, void *
         u8 *record = (u8 *)pool_entry(&reader->atom_links, sizeof(atom_link_t), i);
         if (!reader_visit_fields(record, reader_strings_atom_link, 4, visit, context)) return false;
     }
+    return true;
+}
+
+bool reader_visit_strings(reader_t *reader, reader_string_visit_t *visit, void *context, bool *bad_feed,
+                          bool *bad_entry) {
+    u32 entries = reader->entries.entry_count;
+    for (u32 group = 0; group < 3; group++)
+        if (!reader_visit_group(reader, group, 0, entries, visit, context, bad_feed, bad_entry)) return false;
     return true;
 }
 
@@ -172,6 +189,87 @@ static bool reader_compact_in_place(reader_t *reader) {
     return check.possible && !bad_feed && !bad_entry && check.offset <= reader->text.reserved;
 }
 
+// Link configuration strings come home from the file storage if they were
+// edited, and go back there no more.
+static void reader_compact_configurations(reader_t *reader, const data_t *old_block) {
+    const u8 *old_first = old_block->bytes;
+    const u8 *old_end = old_block->bytes + old_block->reserved;
+    for (u32 i = 0; i < reader_link_configuration_count; i++) {
+        link_configuration_t *configuration = &reader->link_configurations[i];
+        data_t *fields[3] = {&configuration->name, &configuration->executable, &configuration->queued_links};
+        for (data_t *field : fields) {
+            u8 *old_bytes = field->bytes;
+            u64 old_reserved = field->reserved;
+            field->reserved = field->used;
+            reader_compact_field(reader, field);
+            bool in_text = old_bytes >= old_first && old_bytes < old_end;
+            if (old_bytes && !in_text && reader->text_release)
+                reader->text_release(reader->text_release_context, old_bytes, old_reserved);
+        }
+    }
+}
+
+struct reader_string_span_t {
+    const u8 *first; // the old text
+    u64 size;
+    u64 total;  // bytes of the strings seen
+    u32 lowest; // the lowest offset in the old text among them
+};
+
+static bool reader_span_field(void *context, data_t *field) {
+    reader_string_span_t *span = (reader_string_span_t *)context;
+    span->total += field->used;
+    if (field->used && field->bytes >= span->first && field->bytes < span->first + span->size) {
+        u32 offset = (u32)(field->bytes - span->first);
+        if (offset < span->lowest) span->lowest = offset;
+    }
+    return true;
+}
+
+// Compaction into the spare block, in an order that lets the old text go
+// while the new one fills, so that the two are never both whole in memory:
+// the categories, persons, atom links and link configurations first, at
+// their places behind the feeds and entries, then the feeds, then the
+// entries in slot order. Behind each entry, the old pages that no entry still
+// to come reads from are given back. The strings land where the order of
+// the file puts them, as if appended one after another.
+static void reader_compact_staged(reader_t *reader, const data_t *old_block, u64 old_size) {
+    bool bad_feed = false, bad_entry = false;
+    u32 entries = reader->entries.entry_count;
+    reader_string_span_t span = {old_block->bytes, old_size, 0, 0xFFFFFFFF};
+    reader_visit_group(reader, 0, 0, entries, reader_span_field, &span, &bad_feed, &bad_entry);
+    reader_visit_group(reader, 1, 0, entries, reader_span_field, &span, &bad_feed, &bad_entry);
+    reader_stop_on_wrong_type(bad_feed, bad_entry);
+
+    reader->text.used = span.total;
+    reader_visit_group(reader, 2, 0, entries, reader_compact_field, reader, &bad_feed, &bad_entry);
+    reader_compact_configurations(reader, old_block);
+    u64 end = reader->text.used;
+    reader->text.used = 0;
+    reader_visit_group(reader, 0, 0, entries, reader_compact_field, reader, &bad_feed, &bad_entry);
+
+    // For each entry, the lowest old offset that it or any later entry reads.
+    u32 *lowest = reader_scratch.slots;
+    u32 below = (u32)old_size;
+    for (u32 i = entries; i-- > 0;) {
+        reader_string_span_t own = {old_block->bytes, old_size, 0, 0xFFFFFFFF};
+        reader_visit_group(reader, 1, i, i + 1, reader_span_field, &own, &bad_feed, &bad_entry);
+        if (own.lowest < below) below = own.lowest;
+        lowest[i] = below;
+    }
+    const u64 page_mask = ~((u64)memory_page_size - 1);
+    u64 released = 0;
+    for (u32 i = 0; i < entries; i++) {
+        reader_visit_group(reader, 1, i, i + 1, reader_compact_field, reader, &bad_feed, &bad_entry);
+        u64 free_below = (i + 1 < entries ? lowest[i + 1] : old_size) & page_mask;
+        if (free_below >= released + 0x40000) {
+            memory_discard(old_block->bytes + released, free_below - released);
+            released = free_below;
+        }
+    }
+    reader->text.used = end;
+}
+
 void reader_compact(reader_t *reader) {
     u64 old_size = reader->text.used;
     bool in_place = reader_compact_in_place(reader);
@@ -187,26 +285,13 @@ void reader_compact(reader_t *reader) {
     }
     reader->text = data_t{reader->text_block.used, 0, reader->text_block.bytes};
 
-    bool bad_feed = false, bad_entry = false;
-    reader_visit_strings(reader, reader_compact_field, reader, &bad_feed, &bad_entry);
-    reader_stop_on_wrong_type(bad_feed, bad_entry);
-
-    // Link configuration strings come home from the file storage if they
-    // were edited, and go back there no more.
-    const u8 *old_first = old_block.bytes;
-    const u8 *old_end = old_block.bytes + old_block.reserved;
-    for (u32 i = 0; i < reader_link_configuration_count; i++) {
-        link_configuration_t *configuration = &reader->link_configurations[i];
-        data_t *fields[3] = {&configuration->name, &configuration->executable, &configuration->queued_links};
-        for (data_t *field : fields) {
-            u8 *old_bytes = field->bytes;
-            u64 old_reserved = field->reserved;
-            field->reserved = field->used;
-            reader_compact_field(reader, field);
-            bool in_text = old_bytes >= old_first && old_bytes < old_end;
-            if (old_bytes && !in_text && reader->text_release)
-                reader->text_release(reader->text_release_context, old_bytes, old_reserved);
-        }
+    if (in_place) {
+        bool bad_feed = false, bad_entry = false;
+        reader_visit_strings(reader, reader_compact_field, reader, &bad_feed, &bad_entry);
+        reader_stop_on_wrong_type(bad_feed, bad_entry);
+        reader_compact_configurations(reader, &old_block);
+    } else {
+        reader_compact_staged(reader, &old_block, old_size);
     }
 
     for (u32 i = 0; i < reader->metas.entry_count; i++) {
