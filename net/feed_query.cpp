@@ -185,9 +185,16 @@ void feed_query_work(void *argument) {
     http_file_t file = http_file_open(&slot->url, &error);
     u64 size = file.content.reserved ? file.content.reserved : feed_query_default_size;
     // The block is mapped directly: the memory layer's running total belongs
-    // to the main thread, which frees the block with data_virtual_free.
+    // to the main thread, which frees the block with data_virtual_free. Only
+    // address space is taken for the whole size; memory is committed as the
+    // body arrives, so a body that stops short costs only what came.
     data_t block = {};
-    if (!error) block = data_t{size, 0, (u8 *)os_memory_alloc(size)};
+    if (!error) {
+        block = data_t{size, 0, (u8 *)os_memory_reserve(size)};
+        u64 first = size < feed_query_first_commit ? size : feed_query_first_commit;
+        if (block.bytes && os_memory_commit(block.bytes, first)) file.committed = first;
+        else if (block.bytes) os_memory_release(block.bytes, size), block = data_t{};
+    }
     file.content = data_t{size, 0, block.bytes};
     http_file_get(&file, &error);
     http_file_abandon(&file);
@@ -204,6 +211,13 @@ void feed_query_work(void *argument) {
 }
 
 // ---- the scan ---------------------------------------------------------------------------------
+
+// Gives back a finished slot's document block and address.
+static void feed_query_release(feed_query_context_t *context, feed_query_t *slot) {
+    data_virtual_free(&slot->content);
+    if (slot->url.bytes) file_storage_free(context->file_storage, slot->url.bytes, slot->url.used + 1);
+    slot->url = data_t{};
+}
 
 static void feed_query_report_failure(feed_query_context_t *context, feed_query_t *slot) {
     const char *name = http_error_name(slot->error);
@@ -231,6 +245,7 @@ static void feed_query_report_failure(feed_query_context_t *context, feed_query_
 
     context->failed_count++;
     if (context->show_log) context->show_log(context->show_log_context);
+    feed_query_release(context, slot);
 }
 
 // What the user reads when a pool refused records: once per action for each
@@ -262,7 +277,10 @@ static void feed_query_parse(feed_query_context_t *context, reader_t *reader, fe
     feed_t *feed = nullptr;
     if (slot->feed_id != feed_query_new_feed) {
         feed = reader_get_feed_by_id(reader, slot->feed_id);
-        if (!feed) return; // removed while its fetch ran; the result is dropped
+        if (!feed) { // removed while its fetch ran; the result is dropped
+            feed_query_release(context, slot);
+            return;
+        }
     } else {
         // The same new address added twice in one update: the first parse
         // made the feed, so this document updates it.
@@ -293,9 +311,7 @@ static void feed_query_parse(feed_query_context_t *context, reader_t *reader, fe
     if (guid.used && selected_feed && *selected_feed) {
         *selected_entry = reader_get_entry_by_guid(reader, (*selected_feed)->id, &guid);
     }
-    data_virtual_free(&slot->content);
-    file_storage_free(context->file_storage, slot->url.bytes, slot->url.used + 1);
-    slot->url = data_t{};
+    feed_query_release(context, slot);
 
     u32 noted_feed_id = 0;
     u32 noted_entry_id = 0;
@@ -324,7 +340,6 @@ void feed_queries_check(feed_query_context_t *context, reader_t *reader) {
     for (u64 i = 0; i < context->slot_count; i++) {
         feed_query_t *slot = &context->slots[i];
         if (feed_query_state(slot) != feed_query_finished) continue;
-        // A failed slot keeps its address and block: its next use overwrites them.
         if (slot->error) feed_query_report_failure(context, slot);
         else feed_query_parse(context, reader, slot);
         feed_query_set_state(slot, feed_query_free);

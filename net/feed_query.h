@@ -24,6 +24,7 @@ enum : u32 {
 
 constexpr u64 feed_query_slot_count = 1024;
 constexpr u64 feed_query_default_size = 0x500000; // body block when the server gives no length
+constexpr u64 feed_query_first_commit = 0x10000;  // memory committed before the body's first bytes
 constexpr u32 feed_query_new_feed = 0xFFFFFFFF;   // feed_id of an address not yet stored
 constexpr u64 feed_query_guid_capacity = 1024;   // the selection's guid kept over a parse
 

@@ -2,6 +2,7 @@
 #include "net/http.h"
 
 #include "base/profiler.h"
+#include "os/os_core.h"
 #include "os/os_net.h"
 
 const char *const http_error_names[http_error_count] = {
@@ -36,8 +37,8 @@ void http_close(u32 *error) {
 
 bool http_is_open() { return os_net_session_is_open(); }
 
-void http_set_time_limits(u32 connect_seconds, u32 stall_seconds) {
-    os_net_set_time_limits(connect_seconds, stall_seconds);
+void http_set_time_limits(u32 connect_seconds, u32 stall_seconds, u32 total_seconds) {
+    os_net_set_time_limits(connect_seconds, stall_seconds, total_seconds);
 }
 
 http_file_t http_file_open(const data_t *url, u32 *error) {
@@ -70,6 +71,12 @@ http_file_t http_file_open(const data_t *url, u32 *error) {
     }
     u64 length = 0;
     if (os_net_content_length(file.handle, &length)) file.content.reserved = length;
+    if (file.content.reserved > http_default_size) {
+        // A claimed length is only a claim: the body would be read into a
+        // block of that size. Refused before a byte is read.
+        *error = http_error_not_enough_storage;
+        http_file_abandon(&file);
+    }
     return file;
 }
 
@@ -88,8 +95,24 @@ void http_file_get(http_file_t *file, u32 *error) {
     u64 remaining = file->content.reserved;
     u8 *cursor = file->content.bytes;
     i64 last = 0;
+    u64 step = 0x40000; // commit in pieces of 256 KB
     for (;;) {
-        last = os_net_read(file->handle, cursor, remaining, &file->detail);
+        u64 piece = remaining;
+        if (file->committed && file->committed < file->content.reserved) {
+            u64 usable = file->committed - (u64)(cursor - file->content.bytes);
+            if (usable == 0) {
+                u64 more = file->content.reserved - file->committed;
+                if (more > step) more = step;
+                if (!os_memory_commit(file->content.bytes + file->committed, more)) {
+                    *error = http_error_not_enough_storage;
+                    break;
+                }
+                file->committed += more;
+                usable = more;
+            }
+            if (piece > usable) piece = usable;
+        }
+        last = os_net_read(file->handle, cursor, piece, &file->detail);
         if (last < 0) {
             *error = http_error_internet_read_file;
             break;
@@ -100,18 +123,13 @@ void http_file_get(http_file_t *file, u32 *error) {
     }
     file->content.used = (u64)(cursor - file->content.bytes);
 
-    // A full buffer may be the whole body or only its start: drain the rest.
+    // A full buffer may be the whole body or only its start. One byte more
+    // says which; the rest is not read (a body may never end).
     if (!*error && remaining == 0 && last > 0) {
-        u8 piece[1024];
-        for (;;) {
-            i64 n = os_net_read(file->handle, piece, sizeof(piece), &file->detail);
-            if (n < 0) {
-                if (!*error) *error = http_error_internet_read_file;
-                break;
-            }
-            if (n == 0) break;
-            if (!*error) *error = http_error_not_enough_storage;
-        }
+        u8 probe[1];
+        i64 n = os_net_read(file->handle, probe, sizeof(probe), &file->detail);
+        if (n < 0) *error = http_error_internet_read_file;
+        else if (n > 0) *error = http_error_not_enough_storage;
     }
     bool closed = os_net_close(file->handle);
     file->handle = nullptr;

@@ -32,28 +32,35 @@ const char *http_error_name(u32 error);
 // The HTTP library's text for a `detail` code of a failed request.
 const char *http_detail_text(u32 detail);
 
-constexpr u64 http_default_size = 0x500000; // the body block when no length is given
+constexpr u64 http_default_size = 0x500000; // the body block when no length is given, and the largest body
 constexpr u64 http_url_capacity = 4096;     // longest address, with its terminator
 
 struct http_file_t {
     os_net_request_t *handle;
     data_t content; // reserved: the content length (0 when unknown); used: bytes read
     u32 detail;     // the HTTP library's own code of a failure, for the log
+    u64 committed;  // bytes of content usable so far, when the caller gave
+                    // address space only (see http_file_get); 0 otherwise
 };
 
 void http_init(const char *user_agent, u32 *error);
 void http_close(u32 *error);
 bool http_is_open();
-// Time limits of later requests: connection (30 s by default) and a stalled
-// transfer (60 s below 1 byte a second). 0 keeps a limit.
-void http_set_time_limits(u32 connect_seconds, u32 stall_seconds);
+// Time limits of later requests: connection (30 s by default), a stalled
+// transfer (60 s below 1 byte a second) and the whole request (120 s).
+// 0 keeps a limit.
+void http_set_time_limits(u32 connect_seconds, u32 stall_seconds, u32 total_seconds);
 
 // Starts the GET of `url` (UTF-8; its used bytes, no terminator needed) and
 // reads the content length into content.reserved when the server gives one.
+// A length above http_default_size is refused at once with
+// http_error_not_enough_storage: no block is taken for a claim.
 http_file_t http_file_open(const data_t *url, u32 *error);
 // Reads the body into content.bytes, whose reserved size the caller set, and
-// ends the request. A body longer than the buffer is drained and gives
-// http_error_not_enough_storage.
+// ends the request. A body longer than the buffer ends the request at the
+// buffer's end with http_error_not_enough_storage. When `committed` is below
+// the reserved size, content.bytes is address space of which only that much
+// is usable: the rest is committed step by step as bytes arrive.
 void http_file_get(http_file_t *file, u32 *error);
 // Ends a request that was opened but will not be read (any error state).
 void http_file_abandon(http_file_t *file);

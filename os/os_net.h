@@ -27,10 +27,11 @@ bool os_net_session_close();
 bool os_net_session_is_open();
 
 // Time limits of every later request: giving up on a connection after
-// `connect_seconds`, and on a transfer that moves fewer than one byte a
-// second for `stall_seconds`. 0 leaves a limit as it was. Set before requests
-// start (tests shorten them).
-void os_net_set_time_limits(u32 connect_seconds, u32 stall_seconds);
+// `connect_seconds`, on a transfer that moves fewer than one byte a second
+// for `stall_seconds`, and on a request that has not ended after
+// `total_seconds` however its bytes come (120 s unless set). 0 leaves a
+// limit as it was. Set before requests start (tests shorten them).
+void os_net_set_time_limits(u32 connect_seconds, u32 stall_seconds, u32 total_seconds);
 
 // Starts a GET of the zero-terminated address and waits until the final
 // answer (after redirects) has begun or ended. Null on failure, with the
@@ -39,13 +40,17 @@ os_net_request_t *os_net_open(const char *url, u32 *failure, u32 *detail);
 // The final answer's content length; false when the server gave none.
 bool os_net_content_length(os_net_request_t *request, u64 *length);
 // Reads up to `size` bytes of the body. Returns the bytes read (0 at the end
-// of the body), or -1 when the transfer failed (the reason in *detail).
+// of the body), or -1 when the transfer failed (the reason in *detail; a
+// request past its total time limit gives os_net_detail_deadline).
 i64 os_net_read(os_net_request_t *request, void *destination, u64 size, u32 *detail);
 // The final HTTP status (0 when unknown).
 u32 os_net_status(os_net_request_t *request);
 // Ends the request and releases it, read to its end or not. False if the
 // handle was not a request.
 bool os_net_close(os_net_request_t *request);
+
+// The *detail of a request that ran out of its total time.
+constexpr u32 os_net_detail_deadline = 0x10000;
 
 // Text for a library code given in *detail; zero-terminated, static.
 const char *os_net_detail_text(u32 detail);

@@ -23,9 +23,10 @@ struct os_net_session_t {
     char user_agent[4096];
     std::atomic<u32> connect_seconds;
     std::atomic<u32> stall_seconds;
+    std::atomic<u32> total_seconds;
 };
 
-os_net_session_t os_net_session = {false, {0}, {30}, {60}};
+os_net_session_t os_net_session = {false, {0}, {30}, {60}, {120}};
 
 } // namespace
 
@@ -63,9 +64,10 @@ bool os_net_session_close() {
 
 bool os_net_session_is_open() { return os_net_session.open; }
 
-void os_net_set_time_limits(u32 connect_seconds, u32 stall_seconds) {
+void os_net_set_time_limits(u32 connect_seconds, u32 stall_seconds, u32 total_seconds) {
     if (connect_seconds) os_net_session.connect_seconds.store(connect_seconds);
     if (stall_seconds) os_net_session.stall_seconds.store(stall_seconds);
+    if (total_seconds) os_net_session.total_seconds.store(total_seconds);
 }
 
 static size_t os_net_write(char *pointer, size_t size, size_t count, void *user) {
@@ -153,6 +155,18 @@ static bool os_net_is_transfer_failure(os_net_request_t *request) {
     }
 }
 
+// The library's code of a failed request, or os_net_detail_deadline when it
+// ran out of its total time (the library gives one code for that and for a
+// stall).
+static u32 os_net_detail_of(os_net_request_t *request) {
+    if (request->result == CURLE_OPERATION_TIMEDOUT) {
+        curl_off_t total = 0;
+        curl_easy_getinfo(request->easy, CURLINFO_TOTAL_TIME_T, &total);
+        if (total >= (curl_off_t)os_net_session.total_seconds.load() * 1000000) return os_net_detail_deadline;
+    }
+    return (u32)request->result;
+}
+
 os_net_request_t *os_net_open(const char *url, u32 *failure, u32 *detail) {
     *failure = os_net_ok;
     *detail = 0;
@@ -185,6 +199,9 @@ os_net_request_t *os_net_open(const char *url, u32 *failure, u32 *detail) {
     curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT, (long)os_net_session.connect_seconds.load());
     curl_easy_setopt(easy, CURLOPT_LOW_SPEED_LIMIT, 1L);
     curl_easy_setopt(easy, CURLOPT_LOW_SPEED_TIME, (long)os_net_session.stall_seconds.load());
+    // A body that trickles just above the stall rule, or never ends, would
+    // hold a worker (and the program's exit) for ever without this.
+    curl_easy_setopt(easy, CURLOPT_TIMEOUT, (long)os_net_session.total_seconds.load());
     curl_easy_setopt(easy, CURLOPT_BUFFERSIZE, (long)os_net_chunk_size);
     curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, os_net_write);
     curl_easy_setopt(easy, CURLOPT_WRITEDATA, request);
@@ -197,7 +214,7 @@ os_net_request_t *os_net_open(const char *url, u32 *failure, u32 *detail) {
     os_net_pump(request, true);
     if (request->done && request->result != CURLE_OK && !os_net_has_spill(request)) {
         *failure = os_net_is_transfer_failure(request) ? os_net_failed_transfer : os_net_failed_open;
-        *detail = (u32)request->result;
+        *detail = os_net_detail_of(request);
         os_net_release(request);
         return nullptr;
     }
@@ -240,7 +257,7 @@ i64 os_net_read(os_net_request_t *request, void *destination, u64 size, u32 *det
     }
     if (read > 0) return (i64)read;
     if (request->done && request->result != CURLE_OK) {
-        *detail = (u32)request->result;
+        *detail = os_net_detail_of(request);
         return -1;
     }
     return 0;
@@ -252,4 +269,7 @@ bool os_net_close(os_net_request_t *request) {
     return true;
 }
 
-const char *os_net_detail_text(u32 detail) { return curl_easy_strerror((CURLcode)detail); }
+const char *os_net_detail_text(u32 detail) {
+    if (detail == os_net_detail_deadline) return "The transfer took longer than its time limit.";
+    return curl_easy_strerror((CURLcode)detail);
+}

@@ -13,6 +13,7 @@ namespace {
 
 struct fetched_t {
     u32 error = 0;
+    u32 detail = 0;
     u64 reserved = 0; // the length the server gave, 0 when none
     std::string body;
 };
@@ -23,11 +24,12 @@ fetched_t fetch(const std::string &url, u64 buffer_size = 0) {
     data_t address = {url.size(), url.size(), (u8 *)url.data()};
     http_file_t file = http_file_open(&address, &result.error);
     result.reserved = file.content.reserved;
-    u64 size = buffer_size ? buffer_size : file.content.reserved ? file.content.reserved : http_default_size;
+    u64 size = result.error ? 0 : buffer_size ? buffer_size : file.content.reserved ? file.content.reserved : http_default_size;
     std::vector<u8> block(size);
     file.content = data_t{size, 0, block.data()};
     http_file_get(&file, &result.error);
     http_file_abandon(&file);
+    result.detail = file.detail;
     result.body.assign((const char *)block.data(), file.content.used);
     return result;
 }
@@ -38,7 +40,7 @@ struct http_fixture : ::testing::Test {
         u32 error = 0;
         http_init("tidewrack", &error);
         ASSERT_EQ(error, 0u);
-        http_set_time_limits(5, 1);
+        http_set_time_limits(5, 1, 0);
     }
 };
 
@@ -53,6 +55,9 @@ test_response_t answer(const std::string &path) {
     else if (path == "/long") r.body = std::string(20, 'l'), r.claimed_length = 5;
     else if (path == "/stall") r.body = std::string(1000, 't'), r.stall = true, r.stall_after = 100;
     else if (path == "/stall-head") r.body = "never", r.stall = true, r.stall_after = 0;
+    else if (path == "/endless") r.body = std::string(65536, 'e'), r.send_length = false, r.endless = true;
+    else if (path == "/trickle") r.body = "<rss>", r.send_length = false, r.trickle_ms = 400; // above the stall rule
+    else if (path == "/claim") r.body = "<rss>", r.claimed_length = 5000000000LL, r.endless = true;
     else if (path == "/a") r.status = 301, r.headers = "Location: /b\r\n";
     else if (path == "/b") r.status = 302, r.headers = "Location: /hello\r\n";
     else if (path == "/loop") r.status = 302, r.headers = "Location: /loop\r\n";
@@ -87,17 +92,31 @@ TEST_F(http_fixture, reads_bodies_by_their_length_or_up_to_the_end) {
     EXPECT_EQ(server.last_user_agent(), "tidewrack");
 }
 
-TEST_F(http_fixture, a_body_longer_than_its_block_is_drained_then_refused) {
+TEST_F(http_fixture, a_body_longer_than_its_block_is_refused_at_the_blocks_end) {
     test_server_t server(answer);
-    fetched_t big = fetch(server.url("/big"));
-    EXPECT_EQ(big.error, http_error_not_enough_storage);
-    EXPECT_EQ(big.body.size(), http_default_size);
+    for (const char *path : {"/big", "/endless"}) { // the second never ends
+        fetched_t big = fetch(server.url(path));
+        EXPECT_EQ(big.error, http_error_not_enough_storage) << path;
+        EXPECT_EQ(big.body.size(), http_default_size) << path;
+    }
+    // A length past the limit is refused before the body is read.
+    fetched_t claim = fetch(server.url("/claim"));
+    EXPECT_EQ(claim.error, http_error_not_enough_storage);
+    EXPECT_EQ(claim.body, "");
 
     // Exactly the block's size is fine; one byte less room is not.
     EXPECT_EQ(fetch(server.url("/exact"), 4096).error, 0u);
     EXPECT_EQ(fetch(server.url("/exact"), 4095).error, http_error_not_enough_storage);
-    // The request was read to its end: the next one on the server still works.
     EXPECT_EQ(fetch(server.url("/hello")).error, 0u);
+}
+
+TEST_F(http_fixture, a_transfer_ends_at_its_deadline_however_its_bytes_come) {
+    test_server_t server(answer);
+    http_set_time_limits(0, 0, 2);
+    fetched_t f = fetch(server.url("/trickle"));
+    http_set_time_limits(0, 0, 120);
+    EXPECT_EQ(f.error, http_error_internet_read_file);
+    EXPECT_STREQ(http_detail_text(f.detail), "The transfer took longer than its time limit.");
 }
 
 TEST_F(http_fixture, addresses_that_lead_nowhere_fail_to_open) {

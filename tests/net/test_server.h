@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <functional>
 #include <map>
@@ -27,6 +28,8 @@ struct test_response_t {
     long long claimed_length = -1;  // a Content-Length to send instead (a lie)
     bool stall = false;             // after `stall_after` body bytes, wait until the server stops
     size_t stall_after = 0;
+    bool endless = false;           // after the body, send it again and again until the server stops
+    int trickle_ms = 0;             // after the body, one byte every so many ms until the server stops
 };
 
 class test_server_t {
@@ -126,13 +129,22 @@ class test_server_t {
         head += "\r\n";
         bool ok = send_all(client, head.data(), head.size());
         size_t count = r.stall ? std::min(r.stall_after, r.body.size()) : r.body.size();
-        if (ok) send_all(client, r.body.data(), count);
+        if (ok) ok = send_all(client, r.body.data(), count);
+        while (ok && (r.endless || r.trickle_ms) && !stopping()) {
+            if (r.trickle_ms) std::this_thread::sleep_for(std::chrono::milliseconds(r.trickle_ms));
+            ok = r.trickle_ms ? send_all(client, "x", 1) : send_all(client, r.body.data(), r.body.size());
+        }
         if (r.stall) {
             std::unique_lock<std::mutex> lock(mutex_);
             stop_signal_.wait(lock, [this] { return stopping_; });
         }
         shutdown(client, SHUT_WR);
         close(client);
+    }
+
+    bool stopping() {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return stopping_;
     }
 
     handler_t handler_;
