@@ -410,6 +410,20 @@ static void feed_log_format_change(const data_t *url, u32 stored_type) {
                          "remove the feed and add the address again as a new feed.\n");
 }
 
+// Whether the document's root element (its first element, past the
+// declaration, comments and a doctype) is closed, or closes itself. A scan
+// that ran out of room never saw the end: that document is read up to there.
+static bool feed_document_is_whole(const xml_scan_t *scan) {
+    if (scan->out_of_room) return true;
+    for (u64 i = 0; i < scan->count; i++) {
+        const xml_tag_t *tag = &scan->tags[i];
+        if (tag->is_comment || tag->is_cdata || tag->is_xml_declaration || tag->is_closing) continue;
+        if (tag->name.used && (tag->name.bytes[0] == '!' || tag->name.bytes[0] == '?')) continue;
+        return tag->is_self_closing || tag->end_index != xml_tag_no_end;
+    }
+    return true;
+}
+
 // Room kept free of tags: the four tree blocks (with their alignment) and at
 // least this much conversion space. A document of more tags than fit in what
 // is left is read up to there.
@@ -449,6 +463,17 @@ feed_t *feed_parse(data_t *parse_memory, reader_t *reader, const data_t *documen
         if (node->name_index == xml_rdf) rdf = node;
     }
     if (!found) return feed;
+    if (!feed_document_is_whole(&scan)) {
+        // The tree would still be read (an unclosed element hands its
+        // children to its parent), but a document cut short - a dropped
+        // connection, a length shorter than the body - holds only part of
+        // the feed, and read as a whole it would overwrite good fields with
+        // pieces. The stored feed stays as it was.
+        log_string(log_main, "Parsing: the document from ");
+        log_data(log_main, url);
+        log_string(log_main, " ends before its root element closes; it was not read.\n");
+        return feed;
+    }
 
     u32 type = found->name_index == xml_channel ? reader_type_rss : reader_type_atom;
     if (feed && feed_get_type(feed) != type) {

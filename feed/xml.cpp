@@ -111,6 +111,7 @@ xml_scan_t xml_scan_tags(data_t *memory, const data_t *text) {
             xml_tag_t *tag = (xml_tag_t *)data_push(memory, sizeof(xml_tag_t), 8);
             if (!tag) {
                 log_string(log_main, "The feed has more tags than there is room for; the rest is not read.\n");
+                scan.out_of_room = 1;
                 break;
             }
             memory_zero(tag, sizeof(xml_tag_t));

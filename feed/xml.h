@@ -142,6 +142,7 @@ static_assert(sizeof(xml_node_t) == 64);
 struct xml_scan_t {
     xml_tag_t *tags;
     u64 count;
+    u32 out_of_room; // the memory held no more tags: the rest of the text was not scanned
 };
 
 constexpr u64 xml_tree_block_size = 0x100000;

@@ -198,7 +198,7 @@ TEST(FeedDocuments, NoFeedLeavesNoTrace) {
 
 TEST(FeedDocuments, RefusedItemsLeaveTheReaderAsItWas) {
     fixture_t f;
-    feed_t *rss = f.parse("<rss><channel><item><pubDate>Wed, 10 Jan 2024 00:00:00 GMT</pubDate></item></channel>");
+    feed_t *rss = f.parse("<rss><channel><item><pubDate>Wed, 10 Jan 2024 00:00:00 GMT</pubDate></item></channel></rss>");
     feed_t *atom_feed = f.parse("<feed><entry><updated>2024-01-10T00:00:00Z</updated></entry></feed>", nullptr, "b");
     ASSERT_TRUE(rss && atom_feed);
     reader_t before = f.reader;
@@ -276,6 +276,28 @@ TEST(FeedDocuments, AFullReaderRefusesWhatDoesNotFitAndKeepsTheRest) {
     EXPECT_EQ(f.parse(rss_item), nullptr);
     EXPECT_EQ(f.reader.full, (u32)reader_full_feeds);
     EXPECT_EQ(f.reader.text.used, 0u);
+}
+
+TEST(FeedDocuments, ADocumentCutShortLeavesTheFeedAsItWas) {
+    const std::string rss = "<?xml version=\"1.0\"?><rss><channel><title>T</title><item><title>one</title>"
+                            "<guid>1</guid></item><item><title>two</title><guid>2</guid></item></channel></rss>";
+    const std::string atom = "<feed><title>T</title><entry><title>one</title><id>1</id>"
+                             "<updated>2024-01-01T00:00:00Z</updated></entry></feed>";
+    for (const std::string *document : {&rss, &atom}) {
+        fixture_t f;
+        std::string cut = document->substr(0, document->find("<title>one") + 9); // inside the first item
+        u64 mark = log_mark(log_main);
+        EXPECT_EQ(f.parse(cut), nullptr) << "a new feed is not made from a part";
+        EXPECT_NE(log_since(log_main, mark).find("ends before its root element closes"), std::string::npos);
+        feed_t *feed = f.parse(*document);
+        ASSERT_TRUE(feed);
+        u32 entries = feed->entry_count;
+        u64 text_used = f.reader.text.used;
+        for (int i = 0; i < 2; i++) EXPECT_EQ(f.parse(cut, feed), feed);
+        EXPECT_EQ(text(feed_get_title(feed)), "T");
+        EXPECT_EQ(feed->entry_count, entries);
+        EXPECT_EQ(f.reader.text.used, text_used);
+    }
 }
 
 TEST(FeedDocuments, AChangedFormatLeavesTheStoredFeedAlone) {
