@@ -569,3 +569,7 @@ void reader_trim_code_points(reader_t *reader);
 void reader_audit(reader_t *reader);
 // The same checks without logging or stopping: true when all agree.
 bool reader_audit_check(reader_t *reader);
+// The audit of a reader whose relations reader_audit_check has just passed
+// and that only had its strings moved since: the pool counts, checked and
+// logged as reader_audit does, without walking the relations again.
+void reader_audit_after_check(reader_t *reader);

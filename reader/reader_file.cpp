@@ -381,9 +381,10 @@ static bool reader_records_agree(reader_t *reader) {
     if (!unique_ids(&reader->persons, sizeof(person_t), 0, reader->last_person_id)) return false;
 
     u32 counted[reader_feed_capacity] = {};
+    feed_t *feed = nullptr; // the last one found: a feed's entries mostly lie together
     for (u32 i = 0; i < reader->entries.entry_count; i++) {
         entry_t *entry = (entry_t *)pool_entry(&reader->entries, sizeof(entry_t), i);
-        feed_t *feed = reader_get_feed_by_id(reader, entry->feed_id);
+        if (!feed || feed->id != entry->feed_id) feed = reader_get_feed_by_id(reader, entry->feed_id);
         if (!feed || feed_get_type(feed) != entry_get_type(entry)) return false;
         if (entry->generation > reader->generation) return false;
         counted[pool_index_of(&reader->feeds, sizeof(feed_t), feed)]++;
@@ -538,7 +539,7 @@ void reader_read(reader_t *reader, const data_t *path, u32 *error) {
         }
     }
     reader_rebase(reader);
-    reader_audit(reader);
+    reader_audit_after_check(reader);
 }
 
 // ---- loading ----------------------------------------------------------------------------------
