@@ -123,6 +123,9 @@ UTF8_AVX512 static u64 utf8_decode_buffer_avx512(const u8 *first, const u8 *end,
             p += error ? 1 : size;
         }
     }
+    // Leave the vector registers clean, or the plain code after this pays
+    // for their upper halves on every instruction.
+    _mm256_zeroupper();
     const u8 *rest = p;
     count += utf8_decode_buffer_scalar(rest, end, out + count, capacity - count, next);
     return count;
@@ -144,9 +147,13 @@ UTF8_AVX512 static const u8 *utf8_skip_printable_avx512(const u8 *p, const u8 *e
     while (end - p >= 64) {
         __m512i v = _mm512_loadu_si512(p);
         u64 other = _mm512_cmplt_epu8_mask(v, low) | _mm512_cmpgt_epu8_mask(v, high);
-        if (other) return p + __builtin_ctzll(other);
+        if (other) {
+            _mm256_zeroupper();
+            return p + __builtin_ctzll(other);
+        }
         p += 64;
     }
+    _mm256_zeroupper();
     return p;
 }
 
