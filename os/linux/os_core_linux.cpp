@@ -79,8 +79,9 @@ static void *os_memory_map(u64 size, int protection, int flags) {
     if (p == MAP_FAILED) return nullptr;
     u64 start = (u64)p, aligned = (start + large - 1) & ~(large - 1);
     if (aligned > start) munmap(p, aligned - start);
-    u64 tail = start + size + large - (aligned + size);
-    if (tail) munmap((void *)(aligned + size), tail);
+    u64 page = os_page_size();
+    u64 used_end = (aligned + size + page - 1) & ~(page - 1), mapped_end = start + size + large;
+    if (mapped_end > used_end) munmap((void *)used_end, mapped_end - used_end);
     return (void *)aligned;
 }
 
