@@ -3,7 +3,7 @@
 // ends.
 #include "app/app.h"
 #include "app/args.h"
-#include "app/view_state.h"
+#include "views/view_state.h"
 #include "base/files.h"
 #include "base/log.h"
 #include "base/profiler.h"
@@ -18,6 +18,7 @@
 #include "net/http.h"
 #include "os/os_core.h"
 #include "reader/reader.h"
+#include "views/views.h"
 
 static app_context app;
 static code_point_list_t code_points;
@@ -251,14 +252,13 @@ int main(int argc, char **argv) {
         return 1;
     }
     app.start_generation = reader.generation;
-    view_state.generation_minimum = reader.generation;
-    view_state.generation_maximum = reader.generation;
 
     // 13.-16. Fonts, atlas, renderer: only with a window to draw in.
     if (window.running) app_graphics_init(font_memory);
 
-    // 17. The view state.
-    view_state.redraw_requested = 0;
+    // 17. The view state: the shown range at the loaded generation, the add
+    // feed panel open.
+    view_state_init(&view_state, app.start_generation);
 
     // 18. The workers.
     thread_queue_init(&thread_queue, 6);
@@ -284,7 +284,8 @@ int main(int argc, char **argv) {
     feed_query_context.frame_memory = &app.frame_memory;
     feed_query_context.wake = app_wake;
     feed_query_context.wake_context = nullptr;
-    // views: show_log opens the log panel once the panels exist.
+    feed_query_context.show_log = view_show_log_hook;
+    feed_query_context.show_log_context = &app;
 
     // 21.
     app.window = &window;
@@ -295,6 +296,7 @@ int main(int argc, char **argv) {
     app.feed_query_count = feed_query_slot_count;
     app.feed_query_context = &feed_query_context;
     app.file_storage = &file_storage;
+    app.font_set = window.running ? &font_set : nullptr;
 
     // 22.-23. and the loop.
     app_frame_loop();
