@@ -1,0 +1,53 @@
+// view_helpers.cpp - small pieces the views share.
+#include "views/view_helpers.h"
+#include "net/file_storage.h"
+
+f32 view_baseline(const font_t *font, vec4 rect) {
+    return (rect.y + rect.w) * 0.5f - font->size * 0.5f + font_descent(font);
+}
+
+void view_text_fitted(app_context *context, gl_batch_t *batch, vec4 rect, data_t text, u32 font, vec4 colour) {
+    if (!batch || text.used == 0) return;
+    font_t *f = view_font(context, font);
+    u8 *bytes = (u8 *)data_push(&context->frame_memory, text.used + 4, 1);
+    if (!bytes) return;
+    data_t fitted = {text.used + 4, 0, bytes};
+    vec2 size;
+    layout_fit_single_line(f, &text, code_point_none, rect.z - rect.x, &fitted, &size, 0);
+    if (fitted.used) gl_batch_text(batch, fitted.bytes, fitted.used, 0, rect.x, view_baseline(f, rect), true, font, colour);
+}
+
+void view_set_clip(app_context *context, vec4 rect) {
+    ui_t *ui = context->ui;
+    ui_set_clip(ui, rect);
+    i32 x = (i32)rect.x, y = (i32)rect.y;
+    i32 width = (i32)(rect.z - rect.x), height = (i32)(rect.w - rect.y);
+    if (width < 0) width = 0;
+    if (height < 0) height = 0;
+    gl_batch_t *batches[3] = {ui->rectangles, ui->text, ui->icons};
+    for (gl_batch_t *batch : batches)
+        if (batch) gl_batch_scissor(batch, true, x, y, width, height);
+}
+
+u32 view_text_edit_stored(app_context *context, ui_id_t id, vec4 rect, data_t *stored, u64 capacity, u32 font) {
+    u8 buffer[1024];
+    if (capacity > sizeof(buffer)) capacity = sizeof(buffer);
+    data_t field = {capacity, 0, buffer};
+    u64 n = stored->used < capacity ? stored->used : capacity;
+    memory_copy(buffer, stored->bytes, n);
+    field.used = n;
+    u32 result = ui_text_edit(context->ui, id, rect, &field, font);
+    if (!ui_state_get(context->ui, id)->text_edit.changed_now) return result;
+    if (field.used <= stored->reserved && stored->bytes) {
+        memory_copy(stored->bytes, field.bytes, field.used);
+        stored->used = field.used;
+        return result;
+    }
+    u8 *block = (u8 *)file_storage_alloc(context->file_storage, field.used);
+    if (!block) return result; // the edit is lost; the stored text stays as it was
+    memory_copy(block, field.bytes, field.used);
+    if (stored->bytes && file_storage_owns(context->file_storage, stored->bytes))
+        file_storage_free(context->file_storage, stored->bytes, stored->reserved);
+    *stored = data_t{field.used, field.used, block};
+    return result;
+}
