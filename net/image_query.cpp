@@ -76,7 +76,7 @@ image_query_t *image_query_get(u32 entry_id, const data_t *url, bool create) {
         if (!free_slot && !image_query_busy(slot) && (!oldest || slot->last_used < oldest->last_used))
             oldest = slot;
     }
-    if (!found && create) {
+    if (!found && create && image_cache.file_storage && image_cache.queue) {
         image_query_t *slot = free_slot;
         if (!slot && oldest) {
             image_query_release(oldest);
@@ -193,7 +193,11 @@ void image_query_work(void *argument) {
                     (u64)width * (u64)height <= image_query_max_pixels;
         if (fits) {
             stbi_set_flip_vertically_on_load_thread(1);
-            decoded = stbi_load_from_memory(block.bytes, length, &width, &height, &components, 0);
+            // Grey with alpha has no texture form that draws as grey: it
+            // comes as RGBA. Every other picture keeps its own components.
+            int wanted = components == 2 ? 4 : 0;
+            decoded = stbi_load_from_memory(block.bytes, length, &width, &height, &components, wanted);
+            if (wanted) components = wanted;
         }
     }
     os_memory_release(block.bytes, block.reserved);

@@ -33,7 +33,7 @@ constexpr u64 image_query_max_size = 0x4000000;    // a longer announced body is
 // Pictures whose header announces more than this are not decoded: a few
 // bytes of header must not make a worker ask for gigabytes.
 constexpr u64 image_query_max_pixels = 0x2000000;
-constexpr u32 image_query_max_side = 16384;
+constexpr u32 image_query_max_side = 8192; // and every texture fits what OpenGL promises
 
 struct image_query_t {
     u32 entry_id;
@@ -41,7 +41,7 @@ struct image_query_t {
     data_t pixels;   // the fetched file, then the decoded picture (stb_image's block)
     data_t url;      // zero-terminated copy in the file storage (used excludes the zero)
     u32 width, height; // decoded size
-    u8 components;     // bytes a pixel, as the file has them
+    u8 components;     // bytes a pixel, as the file has them (grey with alpha comes as 4)
     u32 texture;       // GL texture name, 0 when none
     data_t resized;    // the picture at its display size; may share pixels' bytes
     u32 target_width, target_height; // 0: follow the other and keep proportions

@@ -19,7 +19,8 @@ TEST(image_query, bodies_end_in_their_states) {
     const image_row_t rows[] = {
         {"png narrowed to the column", {200, test_png(40, 30)}, 20, image_state_ready, 20, 15, 4, ""},
         {"jpeg narrower than its column", {200, test_jpeg(64, 48)}, 100, image_state_ready, 64, 48, 3, ""},
-        {"grey png with alpha", {200, test_png(6, 2, 2)}, 3, image_state_ready, 3, 1, 2, ""},
+        {"grey png with alpha comes as rgba", {200, test_png(6, 2, 2)}, 3, image_state_ready, 3, 1, 4, ""},
+        {"grey png", {200, test_png(6, 2, 1)}, 3, image_state_ready, 3, 1, 1, ""},
         {"gif decodes too", {200, test_gif()}, 10, image_state_ready, 1, 1, 4, ""},
         {"column too narrow for anything", {200, test_png(8, 8)}, 0, image_state_no_size, 0, 0, 4, ""},
         {"404 page", {404, "<html><body>Not found</body></html>"}, 0, image_state_fetching, 0, 0, 0, ""},
