@@ -69,6 +69,10 @@ vec4 ui_style_content(const ui_style_t *style, vec4 rect);
 // `*size` gets its width and height.
 data_t ui_fit_label(ui_t *ui, data_t label, u32 font, f32 width, vec2 *size);
 
+// Text at the pen (x, baseline y); with skip_bearing the first glyph's ink
+// starts at x. Bytes that are no valid UTF-8 draw as U+FFFD.
+void ui_draw_text(ui_t *ui, gl_batch_t *batch, data_t text, f32 x, f32 y, u32 font, vec4 colour, bool skip_bearing);
+
 // ---- sizes (width, height) -------------------------------------------------------------------
 // Border and padding around no text; height adds the font's line height.
 // The height of every single-line control.
