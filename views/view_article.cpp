@@ -426,11 +426,12 @@ void view_layout_render(app_context *context, view_state_t *state, layout_t *lay
             if (!command->box.user || !layout_command_visible(layout, command)) break;
             u32 frame_state = 0;
             image_query_t *slot = view_image_lookup(state, (const data_t *)command->box.user, false, &frame_state);
-            if (!slot || frame_state != image_state_ready) break;
+            // No image batch: no OpenGL either, so no texture.
+            if (!slot || frame_state != image_state_ready || !images) break;
             if (!slot->texture)
                 slot->texture = gl_texture_create(slot->resized.bytes, slot->target_width, slot->target_height,
                                                   slot->components, 0);
-            if (images) gl_batch_image(images, &command->box.rect, nullptr, nullptr, vec4{1, 1, 1, 1}, slot->texture,
+            gl_batch_image(images, &command->box.rect, nullptr, nullptr, vec4{1, 1, 1, 1}, slot->texture,
                                        slot->components);
             break;
         }

@@ -41,6 +41,14 @@ void article_interact(view_state_t *state, layout_t *layout, app_context *contex
 // The selected entry's image slot for an address, with the frame's look.
 image_query_t *view_image_lookup(view_state_t *state, const data_t *address, bool create, u32 *frame_state);
 // Clip of the batches that a layout's area draws into (shapes, text, images).
+// A layout handed to view_layout_render has boxes whose `user` is null or a
+// picture's address (a data_t).
 void view_layout_clip(app_context *context, vec4 rect);
 // The renderer's image batch, or null.
 gl_batch_t *view_image_batch(app_context *context);
+
+// The passes of the selected entry's view (RSS or Atom) and of the selected
+// feed's form, without the drawing: what draw_entry_* and draw_feed_* lay
+// out, input included, before they render it.
+void entry_view_layout(app_context *context, reader_t *reader, vec4 rect, layout_t *layout);
+void feed_view_layout(app_context *context, reader_t *reader, vec4 rect, layout_t *layout);

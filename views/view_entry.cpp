@@ -231,34 +231,44 @@ void entry_article(app_context *context, reader_t *reader, layout_t *layout, htm
     layout_finish(layout);
 }
 
-void draw_entry(app_context *context, reader_t *reader, vec4 rect, const entry_items_t *items) {
+void entry_passes(app_context *context, reader_t *reader, vec4 rect, const entry_items_t *items, layout_t *layout) {
     view_state_t *state = context->view_state;
     ui_t *ui = context->ui;
     u32 error = 0;
     if (items->source.used && !state->article_ready) article_parse(state, &items->source, &error);
     state->article_ready = 1;
 
-    layout_t layout = layout_create(&context->frame_memory, context->font_set, rect, state->content_scroll.x,
-                                    state->content_scroll.y, layout_margin_t{4, 4, 4, 4});
+    *layout = layout_create(&context->frame_memory, context->font_set, rect, state->content_scroll.x,
+                            state->content_scroll.y, layout_margin_t{4, 4, 4, 4});
     view_links_t links = {ui, {}, 0};
-    while (layout_pass_start(&layout)) {
-        ui_set_pass_from_layout(ui, &layout);
-        ui_layout_scrollbars(&state->content_scroll, ui, &layout, rect);
-        if (layout_scroll_update(&layout, false)) continue;
+    while (layout_pass_start(layout)) {
+        ui_set_pass_from_layout(ui, layout);
+        ui_layout_scrollbars(&state->content_scroll, ui, layout, rect);
+        if (layout_scroll_update(layout, false)) continue;
         html_tree_traversal_t walk = {};
         if (items->source.used && !article_failed(state)) {
             u32 walk_error = 0;
             walk = article_walk_start(state, &walk_error);
         }
-        entry_header(context, reader, &layout, &links, items);
-        entry_article(context, reader, &layout, &walk, items);
+        entry_header(context, reader, layout, &links, items);
+        entry_article(context, reader, layout, &walk, items);
     }
     view_links_end(&links);
+}
+
+void draw_entry(app_context *context, reader_t *reader, vec4 rect, const entry_items_t *items) {
+    layout_t layout;
+    entry_passes(context, reader, rect, items, &layout);
     view_layout_clip(context, vec4{layout.x, layout.y, layout.x + layout.width, layout.y + layout.height});
-    view_layout_render(context, state, &layout);
+    view_layout_render(context, context->view_state, &layout);
 }
 
 } // namespace
+
+void entry_view_layout(app_context *context, reader_t *reader, vec4 rect, layout_t *layout) {
+    entry_items_t items = entry_items(context, reader);
+    entry_passes(context, reader, rect, &items, layout);
+}
 
 void draw_entry_rss(app_context *context, reader_t *reader, vec4 rect) {
     PROFILE_SCOPE(draw_entry_rss);

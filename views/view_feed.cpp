@@ -18,7 +18,7 @@ struct feed_form_t {
     layout_command_t *url_box, *save_box, *option_boxes[3], *executable_box, *delete_box;
 };
 
-void draw_feed(app_context *context, reader_t *reader, vec4 rect, bool rss) {
+void feed_passes(app_context *context, reader_t *reader, vec4 rect, bool rss, layout_t *out) {
     view_state_t *state = context->view_state;
     ui_t *ui = context->ui;
     feed_t *feed = state->selected_feed;
@@ -52,8 +52,9 @@ void draw_feed(app_context *context, reader_t *reader, vec4 rect, bool rss) {
 
     u32 redraw = 0;
     const u32 box = layout_box_move_right | layout_box_whole_pixels;
-    layout_t layout = layout_create(&context->frame_memory, context->font_set, rect, state->content_scroll.x,
-                                    state->content_scroll.y, layout_margin_t{4, 4, 4, 4});
+    layout_t &layout = *out;
+    layout = layout_create(&context->frame_memory, context->font_set, rect, state->content_scroll.x,
+                           state->content_scroll.y, layout_margin_t{4, 4, 4, 4});
     while (layout_pass_start(&layout)) {
         ui_set_pass_from_layout(ui, &layout);
         ui_layout_scrollbars(&state->content_scroll, ui, &layout, rect);
@@ -121,12 +122,21 @@ void draw_feed(app_context *context, reader_t *reader, vec4 rect, bool rss) {
             redraw = 1;
         }
     }
-    view_layout_clip(context, vec4{layout.x, layout.y, layout.x + layout.width, layout.y + layout.height});
-    view_layout_render(context, state, &layout);
     if (redraw) state->redraw_requested = 1;
 }
 
+void draw_feed(app_context *context, reader_t *reader, vec4 rect, bool rss) {
+    layout_t layout;
+    feed_passes(context, reader, rect, rss, &layout);
+    view_layout_clip(context, vec4{layout.x, layout.y, layout.x + layout.width, layout.y + layout.height});
+    view_layout_render(context, context->view_state, &layout);
+}
+
 } // namespace
+
+void feed_view_layout(app_context *context, reader_t *reader, vec4 rect, layout_t *layout) {
+    feed_passes(context, reader, rect, feed_get_type(context->view_state->selected_feed) == 1, layout);
+}
 
 void draw_feed_rss(app_context *context, reader_t *reader, vec4 rect) {
     PROFILE_SCOPE(draw_feed_rss);
