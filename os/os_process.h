@@ -37,3 +37,9 @@ struct os_process_output_t {
 // False, with the record left idle, when the program could not be started.
 bool os_process_read_async(const char *const *argv, os_process_output_t *output);
 u32 os_process_state(const os_process_output_t *output);
+
+// The command line the desktop starts web links with: the Exec line of the
+// desktop entry that `xdg-mime query default x-scheme-handler/http` names,
+// field codes (%u) left in. Zero-terminated; returns its length, 0 when the
+// desktop names none.
+u64 os_default_browser_command(char *destination, u64 size);

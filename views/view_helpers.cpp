@@ -37,17 +37,20 @@ u32 view_text_edit_stored(app_context *context, ui_id_t id, vec4 rect, data_t *s
     memory_copy(buffer, stored->bytes, n);
     field.used = n;
     u32 result = ui_text_edit(context->ui, id, rect, &field, font);
-    if (!ui_state_get(context->ui, id)->text_edit.changed_now) return result;
-    if (field.used <= stored->reserved && stored->bytes) {
-        memory_copy(stored->bytes, field.bytes, field.used);
-        stored->used = field.used;
-        return result;
+    if (ui_state_get(context->ui, id)->text_edit.changed_now) view_store_text(context, stored, &field);
+    return result;
+}
+
+void view_store_text(app_context *context, data_t *stored, const data_t *text) {
+    if (text->used <= stored->reserved && stored->bytes) {
+        memory_copy(stored->bytes, text->bytes, text->used);
+        stored->used = text->used;
+        return;
     }
-    u8 *block = (u8 *)file_storage_alloc(context->file_storage, field.used);
-    if (!block) return result; // the edit is lost; the stored text stays as it was
-    memory_copy(block, field.bytes, field.used);
+    u8 *block = (u8 *)file_storage_alloc(context->file_storage, text->used);
+    if (!block) return; // the stored text stays as it was
+    memory_copy(block, text->bytes, text->used);
     if (stored->bytes && file_storage_owns(context->file_storage, stored->bytes))
         file_storage_free(context->file_storage, stored->bytes, stored->reserved);
-    *stored = data_t{field.used, field.used, block};
-    return result;
+    *stored = data_t{text->used, text->used, block};
 }

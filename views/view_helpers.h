@@ -24,6 +24,9 @@ void view_set_clip(app_context *context, vec4 rect);
 inline vec4 view_box_rect(const layout_command_t *command) { return command->box.rect; }
 // A text field bound to a string of the reader that is edited in a copy of
 // `capacity` bytes and written back (into the file storage when it grew).
+// Replaces a string of the reader: in place when it fits, else in a block of
+// the file storage (the old block, if it lay there, goes back).
+void view_store_text(app_context *context, data_t *stored, const data_t *text);
 u32 view_text_edit_stored(app_context *context, ui_id_t id, vec4 rect, data_t *stored, u64 capacity, u32 font);
 
 constexpr vec4 view_white = {1, 1, 1, 1};

@@ -24,6 +24,10 @@ enum : u32 {
     view_font_console = 3, // Lucida Console 12
 };
 
+// The renderer's batch of images (after the two layers of rectangles, text
+// and icons); the right panel clips it too.
+constexpr u32 view_batch_images = 6;
+
 // ---- window content and right menu --------------------------------------------------
 // The frame's drawing: the split of the window, both menus, the list and the
 // right panel.

@@ -9,6 +9,9 @@
 #include <spawn.h>
 #include <stdint.h>
 #include <sys/wait.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
 #include <unistd.h>
 
 extern char **environ;
@@ -149,3 +152,75 @@ bool os_process_read_async(const char *const *argv, os_process_output_t *output)
 }
 
 u32 os_process_state(const os_process_output_t *output) { return __atomic_load_n(&output->state, __ATOMIC_ACQUIRE); }
+
+// Reads a small text file whole; returns its length or 0.
+static u64 os_read_small_file(const char *path, char *destination, u64 size) {
+    int fd = open(path, O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return 0;
+    u64 used = 0;
+    while (used + 1 < size) {
+        ssize_t n = read(fd, destination + used, size - 1 - used);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) break;
+        used += (u64)n;
+    }
+    close(fd);
+    destination[used] = 0;
+    return used;
+}
+
+// The value of Exec= in the [Desktop Entry] group of a desktop file's text.
+static u64 os_desktop_exec(const char *text, u64 length, char *destination, u64 size) {
+    bool in_entry = false;
+    for (u64 line = 0; line < length;) {
+        u64 end = line;
+        while (end < length && text[end] != '\n') end++;
+        u64 n = end - line;
+        if (n && text[line] == '[') in_entry = n >= 15 && memcmp(text + line, "[Desktop Entry]", 15) == 0;
+        else if (in_entry && n > 5 && memcmp(text + line, "Exec=", 5) == 0) {
+            u64 value = n - 5;
+            while (value && (text[line + 5 + value - 1] == '\r' || text[line + 5 + value - 1] == ' ')) value--;
+            if (value + 1 > size) return 0;
+            memcpy(destination, text + line + 5, value);
+            destination[value] = 0;
+            return value;
+        }
+        line = end + 1;
+    }
+    return 0;
+}
+
+u64 os_default_browser_command(char *destination, u64 size) {
+    if (size) destination[0] = 0;
+    char name[512];
+    i32 exit_code;
+    const char *const query[] = {"xdg-mime", "query", "default", "x-scheme-handler/http", nullptr};
+    u64 n = os_process_read(query, (u8 *)name, sizeof(name) - 1, &exit_code);
+    while (n && (name[n - 1] == '\n' || name[n - 1] == '\r' || name[n - 1] == ' ')) n--;
+    name[n] = 0;
+    if (exit_code != 0 || n == 0 || strchr(name, '/')) return 0;
+
+    // The data folders, most personal first.
+    char folders[4096];
+    const char *home = getenv("HOME");
+    const char *data_home = getenv("XDG_DATA_HOME");
+    const char *data_dirs = getenv("XDG_DATA_DIRS");
+    if (data_home && data_home[0] == '/') snprintf(folders, sizeof(folders), "%s", data_home);
+    else snprintf(folders, sizeof(folders), "%s/.local/share", home ? home : "");
+    size_t used = strlen(folders);
+    snprintf(folders + used, sizeof(folders) - used, ":%s",
+             data_dirs && data_dirs[0] ? data_dirs : "/usr/local/share:/usr/share");
+
+    static char text[65536];
+    for (char *folder = folders; folder && *folder;) {
+        char *next = strchr(folder, ':');
+        if (next) *next++ = 0;
+        char path[4096];
+        if (folder[0] == '/' && snprintf(path, sizeof(path), "%s/applications/%s", folder, name) < (int)sizeof(path)) {
+            u64 length = os_read_small_file(path, text, sizeof(text));
+            if (length) return os_desktop_exec(text, length, destination, size);
+        }
+        folder = next;
+    }
+    return 0;
+}
