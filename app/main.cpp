@@ -18,6 +18,8 @@
 #include "net/http.h"
 #include "os/os_core.h"
 #include "reader/reader.h"
+#include "toolkit/ui_state.h"
+#include "toolkit/widgets.h"
 #include "views/views.h"
 
 static app_context app;
@@ -27,7 +29,7 @@ static window_t window;
 static view_state_t view_state;
 static font_set_t font_set;
 static gl_renderer_t renderer;
-static data_t ui_memory;
+static ui_t ui;
 static feed_query_t feed_queries[feed_query_slot_count];
 static file_storage_t file_storage;
 static feed_query_context_t feed_query_context;
@@ -59,16 +61,13 @@ static void app_graphics_init(data_t font_memory) {
     u32 cell_rows, cell_columns;
     app_text_cells(window.screen_width, window.screen_height, &cell_rows, &cell_columns);
 
-    // 16. The UI's block (the toolkit's state lives there once it exists),
-    // the icon atlas, the renderer and its batches.
-    ui_memory = data_virtual_alloc(app_ui_memory_size, 0);
-    assert_message(ui_memory.bytes, "No memory for the UI.");
-    ui_icon_source_t icons[ui_icon_count];
-    ui_icon_sources(icons);
-    ui_atlas_t icon_atlas = ui_atlas_create(icons, ui_icon_count, 1);
+    // 16. The UI: its state table (a block of its own), the theme and the
+    // icon atlas; then the renderer and its batches.
+    ui = ui_create(&app.frame_memory, &window);
 
     renderer = gl_renderer_create(window.width, window.height, gl_renderer_blend);
-    u32 icon_texture = gl_texture_create(icon_atlas.pixels, icon_atlas.width, icon_atlas.height, 1, gl_texture_linear);
+    // Icons are drawn at their own size: nearest filtering.
+    u32 icon_texture = gl_texture_create(ui.atlas.pixels, ui.atlas.width, ui.atlas.height, 1, 0);
     u32 characters = cell_rows * cell_columns;
     u32 commands = cell_rows * 5;
     // The ordinary layer (0 to 2), the layer of what pops up over it (3 to
@@ -84,6 +83,28 @@ static void app_graphics_init(data_t font_memory) {
     }
     u32 index = gl_batch_create_images(&renderer);
     assert_true(index == app_batch_images);
+    ui_set_batches(&ui, &renderer, app_batch_rectangles, app_batch_text, app_batch_icons, app_batch_popup_rectangles,
+                   app_batch_popup_text, app_batch_popup_icons);
+}
+
+// The window content until the views draw it: the background and the two
+// panes with the divider between them, which the user can drag.
+static void app_window_content() {
+    static ui_pair_t pair;
+    static bool pair_made;
+    static const char pair_site = 0;
+    ui_frame_start(&ui);
+    vec4 screen = ui.screen;
+    ui_id_t pair_id = ui_id(&pair_site);
+    if (!pair_made) {
+        pair = ui_pair_make(ui_spacing_t{2, 2, 2, 4}, ui_spacing_t{2, 2, 4, 2}, 450, false);
+        ui_pair_update(&ui, pair_id, &pair, screen, true);
+        pair_made = true;
+    }
+    if (ui.rectangles) gl_batch_rectangle(ui.rectangles, &screen, nullptr, nullptr, vec4{0.18f, 0.18f, 0.19f, 1});
+    ui_pair_update(&ui, pair_id, &pair, screen, true);
+    ui_pair_draw(&ui, pair_id, &pair, ui_spacing_t{2, 2, -3, -3});
+    ui_apply_cursor(&ui);
 }
 
 // After the code point list grew: glyphs and atlas are made again over the
@@ -161,7 +182,7 @@ static void app_frame_loop() {
         // 11. The window content; a minimised window draws nothing.
         mark_start(label_window_content);
         if (window.width != 0 || window.height != 0) {
-            // views: draw_window_content(&app, &reader, rectangle) lands here.
+            app_window_content();
         }
         mark_end(label_window_content);
 
@@ -290,7 +311,7 @@ int main(int argc, char **argv) {
     // 21.
     app.window = &window;
     app.view_state = &view_state;
-    app.ui = nullptr;
+    app.ui = window.running ? &ui : nullptr;
     app.renderer = window.running ? &renderer : nullptr;
     app.feed_queries = feed_queries;
     app.feed_query_count = feed_query_slot_count;
