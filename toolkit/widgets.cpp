@@ -9,43 +9,6 @@
 
 #include <math.h>
 
-ui_theme_t ui_theme;
-
-// ---- theme ----------------------------------------------------------------------------------------
-static ui_style_t ui_style_make(f32 border, ui_spacing_t padding, vec4 border_normal, vec4 border_hot,
-                                vec4 border_active, vec4 fill_normal, vec4 fill_hot, vec4 fill_active, vec4 text) {
-    ui_style_t style = {};
-    style.border = ui_spacing_t{border, border, border, border};
-    style.padding = padding;
-    style.border_colour[0] = border_normal;
-    style.border_colour[1] = border_hot;
-    style.border_colour[2] = border_active;
-    style.fill_colour[0] = fill_normal;
-    style.fill_colour[1] = fill_hot;
-    style.fill_colour[2] = fill_active;
-    style.text_colour[0] = style.text_colour[1] = style.text_colour[2] = text;
-    return style;
-}
-
-void ui_theme_init() {
-    const vec4 grey75 = {0.75f, 0.75f, 0.75f, 1}, grey5 = {0.5f, 0.5f, 0.5f, 1}, blue = {0, 0.48f, 0.8f, 1};
-    const vec4 magenta = {1, 0, 1, 1}, white = {1, 1, 1, 1}, black = {0, 0, 0, 1};
-    const ui_spacing_t pad_button = {2, 2, 10, 10}, pad_1 = {1, 1, 1, 1}, pad_2 = {2, 2, 2, 2};
-    ui_theme = {};
-    ui_theme.button = ui_style_make(1, pad_button, grey75, blue, blue, grey5, grey5, blue, white);
-    ui_theme.checkbox = ui_style_make(1, pad_1, grey75, blue, blue, grey5, grey5, blue, white);
-    ui_theme.text_edit = ui_style_make(1, pad_2, grey75, blue, blue, white, white, white, black);
-    ui_theme.dropdown = ui_style_make(1, pad_2, grey75, blue, blue, white, white, white, black);
-    ui_theme.dropdown_item = ui_style_make(0, ui_spacing_t{1, 1, 3, 3}, magenta, magenta, magenta, white, blue, blue,
-                                           black);
-    ui_theme.scrollbar = ui_style_make(1, pad_2, grey75, blue, blue, grey5, grey5, blue, white);
-    ui_theme.scrollbar_track.fill_colour[0] = vec4{0.13f, 0.13f, 0.14f, 1};
-    ui_theme.pair = ui_style_make(1, ui_spacing_t{2, 2, 10, 10}, grey75, blue, blue, grey5, grey75, blue, white);
-    ui_theme.list = ui_style_make(1, pad_2, grey75, blue, blue, white, white, white, black);
-    ui_theme.list_item = ui_style_make(0, ui_spacing_t{2, 2, 3, 3}, magenta, magenta, magenta, white, blue, blue,
-                                       black);
-}
-
 // ---- drawing helpers ------------------------------------------------------------------------------
 static const font_t *ui_font(const ui_t *ui, u32 font) {
     assert_message(ui->font_set, "The UI has no fonts.");
