@@ -243,7 +243,9 @@ void entry_passes(app_context *context, reader_t *reader, vec4 rect, const entry
     view_links_t links = {ui, {}, 0};
     while (layout_pass_start(layout)) {
         ui_set_pass_from_layout(ui, layout);
-        ui_layout_scrollbars(&state->content_scroll, ui, layout, rect);
+        // The bars only mean something once the content is measured: a
+        // recording would clamp the scroll against what it has so far.
+        if (!layout_is_recording(layout)) ui_layout_scrollbars(&state->content_scroll, ui, layout, rect);
         if (layout_scroll_update(layout, false)) continue;
         html_tree_traversal_t walk = {};
         if (items->source.used && !article_failed(state)) {

@@ -57,7 +57,9 @@ void feed_passes(app_context *context, reader_t *reader, vec4 rect, bool rss, la
                            state->content_scroll.y, layout_margin_t{4, 4, 4, 4});
     while (layout_pass_start(&layout)) {
         ui_set_pass_from_layout(ui, &layout);
-        ui_layout_scrollbars(&state->content_scroll, ui, &layout, rect);
+        // The bars only mean something once the content is measured: a
+        // recording would clamp the scroll against what it has so far.
+        if (!layout_is_recording(&layout)) ui_layout_scrollbars(&state->content_scroll, ui, &layout, rect);
         if (layout_scroll_update(&layout, false)) continue;
         vec4 clip = {layout.x, layout.y, layout.x + layout.width, layout.y + layout.height};
         if (layout.state == layout_state_draw) view_layout_clip(context, clip);
