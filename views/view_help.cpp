@@ -60,7 +60,8 @@ void draw_help(app_context *context, reader_t *reader, vec4 rect) {
     layout_new_line(&layout);
     layout_finish(&layout);
     layout_end(&layout, false);
-    layout.state = layout_state_draw;
+    // Laid out once, without passes: it is finished as it stands.
+    layout.state = layout_state_done;
     ui_set_pass(context->ui, ui_pass_draw);
     view_layout_render(context, context->view_state, &layout);
     ui_set_pass(context->ui, ui_pass_all);
