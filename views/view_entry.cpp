@@ -36,15 +36,15 @@ data_t entry_date_text(app_context *context, date_t date) {
     return date_to_string(date, &context->frame_memory, 0, &separator);
 }
 
-// What the enclosure's link reads: the file name after the last "/", up to a
-// "?" behind it; without a "/" the whole address.
+// What the enclosure's link reads: the file name, between the last "/" and
+// the query; without a "/" the whole address. A "/" inside the query doesn't
+// count, so "a/b.mp3?from=/c" reads "b.mp3".
 data_t entry_file_name(const data_t *url) {
     const u8 *first = url->bytes, *end = url->bytes + url->used;
-    const u8 *slash = memory_find_last(first, end, "/", 1);
-    if (!slash) return *url;
-    const u8 *name = slash + 1;
-    const u8 *query = memory_find(name, end, "?", 1);
-    return data_from_range(name, query ? query : end);
+    const u8 *path_end = memory_find(first, end, "?", 1); // the end when there is no query
+    const u8 *slash = memory_find_last(first, path_end, "/", 1);
+    if (slash == path_end) return *url;
+    return data_from_range(slash + 1, path_end);
 }
 
 // The Atom people: one walk of the links pool, entry authors and entry
