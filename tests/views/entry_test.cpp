@@ -115,7 +115,7 @@ TEST_F(entry_test_t, the_enclosure_line_and_its_picture) {
         {"http://x.org/pic.jpg?w=1", meta_draw_enclosure_image, "0:pic.jpg|0: - |0:" + size + "\n"},
         {"http://x.org/pic.JPG", meta_draw_enclosure_image, "0:pic.JPG|0: - |0:" + size + "\n"},
         {"http://127.0.0.1:1/pic.png", meta_draw_enclosure_image | meta_hide_enclosure,
-         "0:[img]|0:http://127.0.0.1:1/pic.png|0: Loading...|0:[/img]\n"},
+         "2:[img]|2:http://127.0.0.1:1/pic.png|2: Loading...|2:[/img]\n"}, // in the title's font still
         {"http://x.org/song.mp3", meta_hide_enclosure, ""},
     };
     for (const row_t &row : rows) {
