@@ -32,7 +32,58 @@ inline u32 layout_decode(const u8 *p, const u8 *end, u32 *size) {
 inline bool layout_is_space(u32 c) { return c == ' ' || c == '\t' || c == '\v' || c == '\f' || c == '\n' || c == '\r'; }
 
 inline const glyph_t *layout_glyph(const font_t *font, u32 code_point) {
-    return &font->glyphs[font_glyph_index(font, code_point)];
+    u32 distance = code_point - font->first_code_point;
+    return &font->glyphs[distance < 256 ? font->direct[distance] : font_glyph_index(font, code_point)];
+}
+
+// Kerning in one step. A glyph searches the head of its font's pairs as far
+// as its own count goes, so the amount for a next code point depends only on
+// where that code point first stands among the pairs: first[next] below the
+// previous glyph's count gives the pair, anything else 0, exactly as
+// font_kerning finds it. Tables are made on first use after a font build and
+// found again by the font's identity (a rebuild changes the count).
+struct layout_kerning_table_t {
+    const font_t *font;
+    const u32 *kerning;
+    const glyph_t *glyphs;
+    const u32 *code_points;
+    u32 count;
+    u16 first[font_max_code_points + 1]; // by glyph index; 0xFFFF: in no pair
+};
+
+layout_kerning_table_t layout_kerning_tables[8];
+u32 layout_kerning_next_slot;
+
+const layout_kerning_table_t *layout_kerning_table(const font_t *font) {
+    for (const layout_kerning_table_t &t : layout_kerning_tables) {
+        if (t.font == font && t.kerning == font->kerning && t.glyphs == font->glyphs &&
+            t.code_points == font->code_points && t.count == font->count)
+            return &t;
+    }
+    layout_kerning_table_t *t = &layout_kerning_tables[layout_kerning_next_slot++ % array_count(layout_kerning_tables)];
+    *t = layout_kerning_table_t{font, font->kerning, font->glyphs, font->code_points, font->count, {}};
+    u32 longest = 0;
+    for (u32 i = 0; i < font->count && i <= font_max_code_points; ++i) {
+        t->first[i] = 0xFFFF;
+        if (font->glyphs[i].kerning_count > longest) longest = font->glyphs[i].kerning_count;
+    }
+    for (u32 p = 0; p < longest; ++p) {
+        u32 next = font->kerning[p * 2];
+        u32 index = (u32)(layout_glyph(font, next) - font->glyphs);
+        if (font->code_points[index] == next && t->first[index] == 0xFFFF) t->first[index] = (u16)p;
+    }
+    return t;
+}
+
+// Kerning between the previous glyph and this code point (whose glyph is
+// `glyph`), in pixels.
+inline f32 layout_kerning_fast(const font_t *font, const layout_kerning_table_t *table, const glyph_t *previous,
+                               const glyph_t *glyph, u32 code_point) {
+    if (!previous || previous->kerning_count == 0) return 0;
+    u32 index = (u32)(glyph - font->glyphs);
+    u32 first = table->first[index];
+    if (first >= previous->kerning_count || font->code_points[index] != code_point) return 0;
+    return (f32)(i32)font->kerning[first * 2 + 1] * font->scale;
 }
 
 // Kerning between the previous code point and this one, in pixels.
@@ -449,16 +500,24 @@ void layout_text(layout_t *layout, layout_command_t *command, bool final) {
     const u8 *text = command->string.text;
     const u64 bytes = command->string.bytes;
     const bool mono = font->monospaced != 0;
-    const f32 line_right_limit = layout->line_left + layout->line_width;
     const bool keep_partial = (layout->flags & layout_flag_keep_partial) != 0;
     const bool drop_space = layout->drop_break_space != 0;
     const bool anywhere = layout->break_anywhere != 0;
+    const f32 line_left = layout->line_left;
+    const f32 line_right_limit = line_left + layout->line_width;
+    const f32 scroll_x = layout->scroll_x, scroll_y = layout->scroll_y;
+    const f32 box_width = layout->width, box_height = layout->height;
+    f32 pen_x = layout->cursor_x, pen_y = layout->cursor_y; // the pen, kept in registers
 
     // extent: left, top, right, bottom in layout space
-    vec4 extent = {layout->cursor_x, layout->cursor_y, layout->cursor_x, layout->cursor_y + (bytes ? h : 0.0f)};
-    bool first = layout->cursor_x == layout->line_left;
-    u32 previous = code_point_none;
-    if (bytes && !first) previous = layout_previous_code_point(layout->commands, (u32)(command - layout->commands));
+    vec4 extent = {pen_x, pen_y, pen_x, pen_y + (bytes ? h : 0.0f)};
+    bool first = pen_x == line_left;
+    const layout_kerning_table_t *kerning = layout_kerning_table(font);
+    const glyph_t *previous = nullptr; // glyph of the previous code point, null for none
+    if (bytes && !first) {
+        u32 p = layout_previous_code_point(layout->commands, (u32)(command - layout->commands));
+        if (p != code_point_none) previous = layout_glyph(font, p);
+    }
 
     command->string.segments = nullptr;
     command->string.segment_count = 0;
@@ -467,30 +526,30 @@ void layout_text(layout_t *layout, layout_command_t *command, bool final) {
     u32 segment_count = 0;
 
     u64 line_bytes = 0;
-    f32 line_start_x = layout->cursor_x; // where this line's text began
-    f32 line_right = layout->cursor_x;
+    f32 line_start_x = pen_x; // where this line's text began
+    f32 line_right = pen_x;
     bool long_word = false;
     layout_break_t saved = {};
     bool has_saved = false;
 
     auto line_break = [&]() {
         if (line_right > extent.z) extent.z = line_right;
-        if (layout->line_left < extent.x) extent.x = layout->line_left;
-        layout->cursor_y += h + g;
-        extent.w = layout->cursor_y + h;
-        layout->cursor_x = extent.x;
+        if (line_left < extent.x) extent.x = line_left;
+        pen_y += h + g;
+        extent.w = pen_y + h;
+        pen_x = extent.x;
         line_bytes = 0;
-        line_start_x = layout->cursor_x;
-        line_right = layout->cursor_x;
+        line_start_x = pen_x;
+        line_right = pen_x;
         segment = nullptr;
         first = true;
-        previous = code_point_none;
+        previous = nullptr;
         long_word = false;
         has_saved = false;
     };
     // Breaking gains nothing when the line holds nothing and a new line would start no further left.
     auto line_empty = [&]() {
-        f32 next_left = layout->line_left < extent.x ? layout->line_left : extent.x;
+        f32 next_left = line_left < extent.x ? line_left : extent.x;
         return line_bytes == 0 && line_start_x <= next_left;
     };
 
@@ -513,10 +572,10 @@ void layout_text(layout_t *layout, layout_command_t *command, bool final) {
             shift = mono ? 0.0f : -glyph->left;
             w = glyph->advance + shift;
         } else {
-            f32 kern = i == 0 ? 0.0f : layout_kerning(font, previous, c);
+            f32 kern = i == 0 ? 0.0f : layout_kerning_fast(font, kerning, previous, glyph, c);
             if (string_start) {
-                kern = layout_kerning(font, previous, c);
-                layout->cursor_x += kern;
+                kern = layout_kerning_fast(font, kerning, previous, glyph, c);
+                pen_x += kern;
                 line_right += kern;
                 kern = 0;
             }
@@ -526,7 +585,7 @@ void layout_text(layout_t *layout, layout_command_t *command, bool final) {
         string_start = false;
         if (!has_saved) {
             saved.position = i;
-            saved.cursor_x = layout->cursor_x;
+            saved.cursor_x = pen_x;
             saved.line_bytes = line_bytes;
             saved.segment_count = segment_count;
             saved.segment_open = segment != nullptr;
@@ -535,10 +594,10 @@ void layout_text(layout_t *layout, layout_command_t *command, bool final) {
         }
         if (line_right + w <= line_right_limit) {
             if (final) {
-                f32 vx = layout->cursor_x - layout->scroll_x, vy = layout->cursor_y - layout->scroll_y;
+                f32 vx = pen_x - scroll_x, vy = pen_y - scroll_y;
                 bool visible = keep_partial
-                                   ? (vx < layout->width && vx + w > 0 && vy < layout->height && vy + h > 0)
-                                   : (vx >= 0 && vx + w <= layout->width && vy >= 0 && vy + h <= layout->height);
+                                   ? (vx < box_width && vx + w > 0 && vy < box_height && vy + h > 0)
+                                   : (vx >= 0 && vx + w <= box_width && vy >= 0 && vy + h <= box_height);
                 if (visible) {
                     if (!segment) {
                         segment = (layout_segment_t *)data_push(layout->arena, sizeof(layout_segment_t), 8);
@@ -547,25 +606,25 @@ void layout_text(layout_t *layout, layout_command_t *command, bool final) {
                             if (!command->string.segments) command->string.segments = segment;
                             ++segment_count;
                         }
-                        f32 x0 = layout->cursor_x + shift;
-                        *segment = layout_segment_t{{x0, layout->cursor_y, x0, layout->cursor_y + h}, text + i, 0, 0};
+                        f32 x0 = pen_x + shift;
+                        *segment = layout_segment_t{{x0, pen_y, x0, pen_y + h}, text + i, 0, 0};
                     }
                     segment->bytes += size;
                     segment->glyphs += 1;
-                    segment->rect.z = layout->cursor_x + w;
+                    segment->rect.z = pen_x + w;
                 } else {
                     segment = nullptr;
                 }
             }
             line_bytes += size;
             line_right += w;
-            layout->cursor_x += w;
-            previous = c;
+            pen_x += w;
+            previous = glyph;
             first = false;
             i += size;
             if (layout_is_space(c)) {
                 saved.position = i;
-                saved.cursor_x = layout->cursor_x;
+                saved.cursor_x = pen_x;
                 saved.line_bytes = line_bytes;
                 saved.segment_count = segment_count;
                 saved.segment_open = segment != nullptr;
@@ -589,7 +648,7 @@ void layout_text(layout_t *layout, layout_command_t *command, bool final) {
                 word_first = false;
                 j += n;
             }
-            f32 next_left = layout->line_left < extent.x ? layout->line_left : extent.x;
+            f32 next_left = line_left < extent.x ? line_left : extent.x;
             if (word > layout->line_width || saved.cursor_x <= next_left) {
                 long_word = true;
                 continue; // this character again, now breaking at the edge
@@ -607,7 +666,7 @@ void layout_text(layout_t *layout, layout_command_t *command, bool final) {
                     *segment = saved.segment;
                 }
             }
-            layout->cursor_x = saved.cursor_x;
+            pen_x = saved.cursor_x;
             i = saved.position;
             line_bytes = saved.line_bytes;
             line_break();
@@ -637,8 +696,10 @@ void layout_text(layout_t *layout, layout_command_t *command, bool final) {
     command->string.line_height = h;
     command->string.line_gap = g;
     command->string.descent = font_descent(font);
-    command->string.pen_x = layout->cursor_x;
-    command->string.pen_y = layout->cursor_y;
+    command->string.pen_x = pen_x;
+    command->string.pen_y = pen_y;
+    layout->cursor_x = pen_x;
+    layout->cursor_y = pen_y;
 }
 
 // ---- final positions ------------------------------------------------------------------------

@@ -241,6 +241,18 @@ TEST_F(layout_test_t, KerningAcrossColourPush) {
     }
 }
 
+// A line of every pair of letters and a few code points outside the list
+// (a tab, a CJK letter, invalid bytes) is as wide laid as measured alone:
+// the layout's kerning agrees with the font's own lookup.
+TEST_F(layout_test_t, LaidWidthIsTheMeasuredWidth) {
+    std::string text = "\t\xE4\xB8\x80\xFF\xE2\x82\xAC\xE2\x80\xA6";
+    for (char a = 'A'; a <= 'z'; ++a)
+        for (char b = 'A'; b <= 'z'; ++b) text += std::string{a, b, '.'};
+    layout_t l = make(500, 400);
+    frame(&l, [&](layout_t *p) { layout_string_p(p, (const u8 *)text.data(), text.size()); });
+    EXPECT_FLOAT_EQ(l.content_width, width(text));
+}
+
 // The states each pass of a frame runs in, for content that fits or needs a
 // bar, with and without input that changes the recording.
 TEST_F(layout_test_t, PassStates) {
