@@ -389,7 +389,8 @@ void ui_pair_update(ui_t *ui, ui_id_t id, ui_pair_t *pair, vec4 rect, bool clamp
     if (ui_hit_test(ui, id, pair->divider_rect, ui->mouse)) ui_set_hot(ui, id);
     if (ui_is_hot(ui, id) && key_went_down(ui->window, key_left_button)) ui_set_active(ui, id, ui_kind_pair);
     if (ui_is_active(ui, id) && !key_is_down(ui->window, key_left_button)) ui_clear_active(ui);
-    if (ui_is_active(ui, id)) {
+    // From the frame after the press: how the pointer came to the divider doesn't count.
+    if (ui_is_active(ui, id) && ui_id_equal(ui->active_at_start, id)) {
         bool vertical = pair->vertical != 0;
         f32 pointer = vertical ? ui->mouse.y : ui->mouse.x;
         f32 previous = vertical ? ui->previous_mouse.y : ui->previous_mouse.x;

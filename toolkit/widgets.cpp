@@ -274,7 +274,7 @@ f32 ui_scroll_wheel_f32(ui_t *ui, f32 page, f32 content, f32 step, u32 lines, f3
 // top), the horizontal one mirrored (first button on the left).
 static f64 ui_scrollbar(ui_t *ui, ui_id_t id, vec4 rect, f64 page, f64 content, f64 *value, f64 step,
                         bool vertical) {
-    if (!ui_widget_begin(ui, rect)) return 0;
+    if (!ui_widget_begin(ui, rect) || !ui_pass_is_live(ui)) return 0;
     const f32 t = ui_scrollbar_thickness;
     f32 along = vertical ? rect_height(rect) : rect_width(rect);
     f32 across = vertical ? rect_width(rect) : rect_height(rect);
@@ -321,7 +321,10 @@ static f64 ui_scrollbar(ui_t *ui, ui_id_t id, vec4 rect, f64 page, f64 content, 
             }
         }
         f32 pointer = vertical ? ui->mouse.y : ui->mouse.x;
-        if (ui_is_active(ui, parts[0])) {
+        // The parts act while the button is held; the release only lets go.
+        bool held = key_is_down(ui->window, key_left_button);
+        if (!held) {
+        } else if (ui_is_active(ui, parts[0])) {
             if (rect_contains_point(first, ui->mouse)) *value = scroll_step_up(*value, step, maximum, 1);
         } else if (ui_is_active(ui, parts[1])) {
             if (rect_contains_point(second, ui->mouse)) *value = scroll_step_down(*value, page, step, maximum, 1);
@@ -332,7 +335,8 @@ static f64 ui_scrollbar(ui_t *ui, ui_id_t id, vec4 rect, f64 page, f64 content, 
             bool after_thumb = vertical ? pointer < now.y : pointer >= now.z;
             if (after_thumb) *value = ui_clamp(*value + page, 0, maximum);
             if (before_thumb) *value = ui_clamp(*value - page, 0, maximum);
-        } else if (ui_is_active(ui, parts[2]) && travel > 0) {
+        } else if (ui_is_active(ui, parts[2]) && ui_id_equal(ui->active_at_start, parts[2]) && travel > 0) {
+            // From the frame after the press: how the pointer came to the thumb doesn't count.
             f32 delta = vertical ? ui->previous_mouse.y - ui->mouse.y : ui->mouse.x - ui->previous_mouse.x;
             // Past an end the thumb waits until the pointer is back over the inner part.
             bool past_first = vertical ? pointer >= first.y : pointer < first.z;
@@ -519,6 +523,13 @@ static void ui_list_input(ui_t *ui, ui_id_t id, u64 item_count, u64 *selected, u
     // 2. Scroll bar and wheel.
     if (f.has_bar) {
         if (holds) ui_wheel_apply(ui, rect_height(f.inner), f.content, f.item_height, 3, scroll);
+        // A row holds active while the list is open; a press on the bar hands
+        // it to the list first, so that a part of the bar can take it.
+        if (key_went_down(ui->window, key_left_button) && rect_contains_point(f.bar, ui->mouse) && !just_opened)
+        {
+            ui_force_active(ui, list_id, ui_kind_list);
+            ui->active_at_start = ui->active; // as if the list had held it since the frame began
+        }
         // Input only: the bar is drawn over the list in the draw half.
         u32 pass = ui->pass;
         ui->pass = ui_pass_input;

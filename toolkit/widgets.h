@@ -118,5 +118,6 @@ f32 ui_scroll_wheel_f32(ui_t *ui, f32 page, f32 content, f32 step, u32 lines, f3
 
 // The standard bars of a layout over `rect`: clip, wheel, vertical and
 // horizontal bar. `scroll` (x, y) is what the view keeps between frames.
-// Call it in the layout's passes, after the content's commands.
+// Call it first in every pass's body, before layout_scroll_update, so that a
+// scroll made by the wheel or a bar is seen by that check in the same frame.
 void ui_layout_scrollbars(vec2 *scroll, ui_t *ui, layout_t *layout, vec4 rect);
