@@ -254,7 +254,7 @@ void image_request_resize(layout_t *layout, image_query_t *slot) {
         height = (f32)(u32)(width / (f32)slot->width * (f32)slot->height);
         // Narrowed to the column, it may push the article past the view,
         // which then takes a bar: narrower by the bar's width.
-        if (!layout_has_vertical_bar(layout) && layout->content_height - slot->layout_height + height > layout->height)
+        if (!layout->has_vertical_bar && layout->content_height - slot->layout_height + height > layout->height)
             width -= layout_bar_size;
     }
     u32 target = width >= 1 ? (u32)width : 0;

@@ -4,6 +4,8 @@
 #include "reading_fixture.h"
 
 #include "base/log.h"
+#include "net/image_fixture.h"
+#include "net/test_server.h"
 
 namespace {
 
@@ -109,6 +111,95 @@ TEST_F(article_test_t, a_link_split_over_lines_clicks_as_one) {
     EXPECT_EQ(links_count(&r.reader.link_configurations[0]), 1u);
     EXPECT_EQ(text_of(r.reader.link_configurations[0].queued_links).find("http://example.org/a"), 0u);
     EXPECT_FALSE(ui_any_active(&ui));
+}
+
+} // namespace
+
+// ---- pictures against a loopback server ---------------------------------------------------------
+
+namespace {
+
+struct picture_test_t : article_test_t {
+    test_image_cache_t cache;
+    test_server_t server{[](const std::string &path) {
+        if (path == "/wide.png") return test_response_t{200, test_png(2000, 100)};
+        if (path == "/small.jpg") return test_response_t{200, test_jpeg(64, 48)};
+        return test_response_t{404, "<html><body>Not found</body></html>"};
+    }};
+    void SetUp() override {
+        article_test_t::SetUp();
+        r.reader.entry_forget = image_queries_forget;
+    }
+    // Frames until no worker holds a slot after one.
+    layout_t settle() {
+        layout_t layout = frame();
+        for (int round = 0; round < 4; round++) {
+            for (auto &slot : image_cache.slots) cache.wait(&slot);
+            layout = frame();
+        }
+        return layout;
+    }
+    static const layout_command_t *box_of(layout_t *layout, const std::string &url) {
+        for (u32 i = 0; i < layout->command_count; i++) {
+            const layout_command_t *c = &layout->commands[i];
+            if (c->kind == layout_kind_box && c->box.user && text_of(*(const data_t *)c->box.user) == url) return c;
+        }
+        return nullptr;
+    }
+    static u32 slots_in_use() {
+        u32 n = 0;
+        for (auto &slot : image_cache.slots) n += image_query_state(&slot) != image_state_free;
+        return n;
+    }
+};
+
+TEST_F(picture_test_t, pictures_reach_the_column_or_say_why_not) {
+    const std::string wide = server.url("/wide.png"), small = server.url("/small.jpg");
+    const std::string missing = server.url("/missing.png"), refused = "http://127.0.0.1:1/x.png";
+    entry_t *entry = rss_entry_with(feed, "<img src=\"" + wide + "\"><img src=\"" + small + "\"><img alt=a src=\"" +
+                                              missing + "\"><img alt=b src=\"" + refused + "\">");
+    select(feed, entry);
+    layout_t layout = settle();
+    const layout_command_t *box = box_of(&layout, wide);
+    ASSERT_NE(box, nullptr);
+    // Narrowed to the column: the box less its margins.
+    EXPECT_EQ(box->box.rect.z - box->box.rect.x, layout.width - 8);
+    EXPECT_EQ(box->box.rect.w - box->box.rect.y, std::floor((layout.width - 8) / 20));
+    box = box_of(&layout, small);
+    ASSERT_NE(box, nullptr);
+    EXPECT_EQ(box->box.rect.z - box->box.rect.x, 64);
+    EXPECT_EQ(box->box.rect.w - box->box.rect.y, 48);
+    std::string text = joined(lines(&layout));
+    EXPECT_NE(text.find("1:[img]|1:a|1: Loading...|1:[/img]"), std::string::npos) << text;
+    EXPECT_NE(text.find("1:[img]|1:b|1: Loading error.|1: Code: |1:http_error_internet_open_url|1:[/img]"),
+              std::string::npos)
+        << text;
+    // The error is red.
+    const layout_command_t *error = find_string(&layout, " Loading error.");
+    ASSERT_NE(error, nullptr);
+    const layout_command_t *colour = error - 1;
+    ASSERT_EQ(colour->kind, (u32)layout_kind_colour_push);
+    EXPECT_EQ(colour->colour_push.colour.x, 1);
+    EXPECT_EQ(colour->colour_push.colour.y, 0);
+
+    // The entry goes: its pictures with it.
+    EXPECT_EQ(slots_in_use(), 4u);
+    state.selected_entry = nullptr;
+    reader_delete_entry(&r.reader, entry, feed);
+    EXPECT_EQ(slots_in_use(), 0u);
+}
+
+TEST_F(picture_test_t, a_picture_below_the_fold_waits_until_scrolled_to) {
+    std::string html;
+    for (int i = 0; i < 100; i++) html += "<p>paragraph</p>";
+    html += "<img src=\"" + server.url("/small.jpg") + "\">";
+    select(feed, rss_entry_with(feed, html));
+    settle();
+    EXPECT_EQ(server.hits("/small.jpg"), 0);
+    state.content_scroll.y = 1e9f;
+    layout_t layout = settle();
+    EXPECT_EQ(server.hits("/small.jpg"), 1);
+    EXPECT_NE(box_of(&layout, server.url("/small.jpg")), nullptr);
 }
 
 } // namespace
