@@ -87,26 +87,6 @@ static void app_graphics_init(data_t font_memory) {
                    app_batch_popup_text, app_batch_popup_icons);
 }
 
-// The window content until the views draw it: the background and the two
-// panes with the divider between them, which the user can drag.
-static void app_window_content() {
-    static ui_pair_t pair;
-    static bool pair_made;
-    static const char pair_site = 0;
-    ui_frame_start(&ui);
-    vec4 screen = ui.screen;
-    ui_id_t pair_id = ui_id(&pair_site);
-    if (!pair_made) {
-        pair = ui_pair_make(ui_spacing_t{2, 2, 2, 4}, ui_spacing_t{2, 2, 4, 2}, 450, false);
-        ui_pair_update(&ui, pair_id, &pair, screen, true);
-        pair_made = true;
-    }
-    if (ui.rectangles) gl_batch_rectangle(ui.rectangles, &screen, nullptr, nullptr, vec4{0.18f, 0.18f, 0.19f, 1});
-    ui_pair_update(&ui, pair_id, &pair, screen, true);
-    ui_pair_draw(&ui, pair_id, &pair, ui_spacing_t{2, 2, -3, -3});
-    ui_apply_cursor(&ui);
-}
-
 // After the code point list grew: glyphs and atlas are made again over the
 // whole list, and the text batches drop their textures so that the next
 // flush uploads the new atlas.
@@ -176,13 +156,14 @@ static void app_frame_loop() {
         // (under the label queries_check, which the scan sets itself).
         feed_queries_check(&feed_query_context, &reader);
 
-        // 10. links: with a close request pending, the queued links of the 10
-        // link configurations are opened here.
+        // 10. With a close request pending, the queued links of the ten link
+        // configurations are opened now, so that none is lost.
+        if (window.closing) links_open_all(&app, &reader, true);
 
         // 11. The window content; a minimised window draws nothing.
         mark_start(label_window_content);
         if (window.width != 0 || window.height != 0) {
-            app_window_content();
+            draw_window_content(&app, &reader);
         }
         mark_end(label_window_content);
 

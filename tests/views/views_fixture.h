@@ -183,10 +183,15 @@ struct views_fixture_t : ::testing::Test {
         frame({move(p), button(p, true)});
         frame({button(p, false)});
     }
-    // Typed text as the keyboard gives it: the key, then its character.
+    // Typed text as the keyboard gives it: the key of a letter or digit,
+    // then its character (other characters come as text alone).
     void type(const std::string &s) {
         for (char c : s) {
-            u32 vk = c >= 'a' && c <= 'z' ? (u32)(c - 'a' + 'A') : (u32)c;
+            u32 vk = c >= 'a' && c <= 'z' ? (u32)(c - 'a' + 'A') : (c >= '0' && c <= '9') ? (u32)c : 0;
+            if (!vk) {
+                frame({typed(std::string(1, c))});
+                continue;
+            }
             frame({key(vk, true), typed(std::string(1, c))});
             frame({key(vk, false)});
         }
