@@ -16,6 +16,7 @@
 #include "net/feed_query.h"
 #include "net/file_storage.h"
 #include "net/http.h"
+#include "net/image_query.h"
 #include "os/os_core.h"
 #include "reader/reader.h"
 #include "toolkit/ui_state.h"
@@ -37,6 +38,9 @@ static u64 frame_counter;
 
 // A worker finished a fetch: the pump wakes and a frame scans the slots.
 static void app_wake(void *) { window_wake(); }
+
+// A picture's slot was released: its texture goes with it (main thread).
+static void app_texture_release(u32 texture) { gl_texture_delete(&texture); }
 
 // A save brings edited link configurations home into the reader's text; the
 // old copies go back to the file storage.
@@ -147,7 +151,8 @@ static void app_frame_loop() {
         gl_scissor(&renderer, false, 0, 0, 0, 0);
         gl_clear(&renderer, vec4{0, 0, 0, 1});
 
-        // 7. image queries: image_queries_check lands here with the image cache.
+        // 7. Pictures whose entry went away during their fetch are let go.
+        image_queries_check();
 
         // 8.
         u32 code_point_count_before = code_points.count;
@@ -273,6 +278,12 @@ int main(int argc, char **argv) {
     file_storage_init(&file_storage, file_storage_reserve_size, file_storage_commit_step, file_storage_unit);
     reader.text_release = app_text_release;
     reader.text_release_context = &file_storage;
+
+    // The image cache: fetched and scaled by the workers, its addresses in
+    // the file storage; a removed entry takes its pictures with it.
+    image_queries_init(&file_storage, &thread_queue, image_resize, window.running ? app_texture_release : nullptr,
+                       app_wake, nullptr);
+    reader.entry_forget = image_queries_forget;
 
     feed_query_context.slots = feed_queries;
     feed_query_context.slot_count = feed_query_slot_count;
