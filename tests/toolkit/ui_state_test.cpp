@@ -42,23 +42,6 @@ TEST(UiId, Paths) {
     EXPECT_DEATH(ui_id_child(full, 5), "four slots");
 }
 
-TEST(UiRect, EdgesAndClipping) {
-    const vec4 r = {10, 20, 30, 40};
-    EXPECT_TRUE(rect_contains_point(r, {10, 20}));
-    EXPECT_FALSE(rect_contains_point(r, {30, 25}));
-    EXPECT_FALSE(rect_contains_point(r, {15, 40}));
-    EXPECT_TRUE(rect_contains_rect(r, r));
-    EXPECT_FALSE(rect_overlap(r, {30, 20, 50, 40})); // touching edges share no area
-    vec4 c = rect_clip(r, {25, 0, 100, 30});
-    EXPECT_EQ((std::vector<f32>{c.x, c.y, c.z, c.w}), (std::vector<f32>{25, 20, 30, 30}));
-    c = rect_clip(r, {50, 50, 60, 60});
-    EXPECT_EQ((std::vector<f32>{c.x, c.y, c.z, c.w}), (std::vector<f32>{0, 0, 0, 0}));
-    c = rect_shrink(rect_grow(r, {1, 2, 3, 4}), {1, 2, 3, 4});
-    EXPECT_EQ((std::vector<f32>{c.x, c.y, c.z, c.w}), (std::vector<f32>{10, 20, 30, 40}));
-    c = rect_grow(r, {1, 2, 3, 4}); // top, bottom, left, right
-    EXPECT_EQ((std::vector<f32>{c.x, c.y, c.z, c.w}), (std::vector<f32>{7, 18, 34, 41}));
-}
-
 struct ui_state_test_t : ui_fixture_t {};
 
 TEST_F(ui_state_test_t, AClickIsAPressAndAReleaseOnTheButton) {

@@ -1,6 +1,6 @@
 // Widgets as frames of events through the headless window layer: the check
 // box, the dropdown and its list, scroll bars and their steps, the wheel on a
-// layout, labels fitted with an ellipsis.
+// layout.
 #include "ui_test_helpers.h"
 
 #include <cmath>
@@ -225,22 +225,6 @@ TEST_F(widgets_test_t, LayoutBarsAndTheWheel) {
     frame({}, [&] { view(3); }); // content that shrank goes back to the top
     EXPECT_FALSE(had_bar);
     EXPECT_EQ(scroll.y, 0);
-}
-
-TEST_F(widgets_test_t, LabelsEndInAnEllipsis) {
-    frame({});
-    const data_t label = data_literal("Update selected (F6)");
-    const f32 full = text_width("Update selected (F6)"), ellipsis = text_width("\xE2\x80\xA6");
-    vec2 size;
-    data_t fitted = ui_fit_label(&ui, label, 0, full + 1, &size);
-    EXPECT_EQ(std::string((char *)fitted.bytes, fitted.used), "Update selected (F6)");
-    fitted = ui_fit_label(&ui, label, 0, full / 2, &size);
-    std::string cut((char *)fitted.bytes, fitted.used);
-    EXPECT_EQ(cut.substr(cut.size() - 3), "\xE2\x80\xA6");
-    EXPECT_LE(size.x, full / 2);
-    EXPECT_EQ(cut.compare(0, cut.size() - 3, "Update selected (F6)", cut.size() - 3), 0);
-    fitted = ui_fit_label(&ui, label, 0, ellipsis - 1, &size);
-    EXPECT_EQ(fitted.used, 0u);
 }
 
 } // namespace
