@@ -246,15 +246,17 @@ void layout_pass_end(layout_t *layout) {
     switch (layout->state) {
     case layout_state_record:
     case layout_state_record_again: {
+        // Both against the box the content was measured in: a vertical bar
+        // that narrows the box is weighed in the next round, whose recording
+        // wraps to the narrower box.
         bool done = true;
-        if (!(layout->flags & layout_flag_no_vertical_bar) && layout->content_height > layout->height &&
-            !layout->has_vertical_bar) {
+        bool taller = layout->content_height > layout->height, wider = layout->content_width > layout->width;
+        if (!(layout->flags & layout_flag_no_vertical_bar) && taller && !layout->has_vertical_bar) {
             layout->width -= layout_bar_size;
             layout->has_vertical_bar = 1;
             done = false;
         }
-        if (!(layout->flags & layout_flag_no_horizontal_bar) && layout->content_width > layout->width &&
-            !layout->has_horizontal_bar) {
+        if (!(layout->flags & layout_flag_no_horizontal_bar) && wider && !layout->has_horizontal_bar) {
             layout->height -= layout_bar_size;
             layout->y += layout_bar_size;
             layout->has_horizontal_bar = 1;

@@ -220,8 +220,9 @@ TEST_F(layout_test_t, LaidWidthIsTheMeasuredWidth) {
 // The states each pass of a frame runs in, for content that fits or needs a
 // bar, with and without input that changes the recording.
 TEST_F(layout_test_t, PassStates) {
-    std::string tall, wide(200, 'w');
+    std::string tall, wide(200, 'w'), words;
     for (int i = 0; i < 40; ++i) tall += "line\n";
+    for (int i = 0; i < 400; ++i) words += "a few words ";
     auto scroll = [](layout_t *l) { l->scroll_y += 20; };
     auto invalidate = [](layout_t *l) { layout_invalidate(l); };
     struct row_t {
@@ -231,6 +232,7 @@ TEST_F(layout_test_t, PassStates) {
         std::function<void(layout_t *)> input;
         std::vector<u32> states;
         u32 vertical, horizontal;
+        bool wrap = false; // lines break at the box's right edge
     } rows[] = {
         {"quiet", wide, 3000, {}, {0, 1, 3}, 0, 0},
         {"scrolled", wide, 3000, scroll, {0, 1, 2, 3}, 0, 0},
@@ -238,12 +240,18 @@ TEST_F(layout_test_t, PassStates) {
         {"tall", tall, 3000, {}, {0, 0, 1, 3}, 1, 0},
         {"tall, scrolled: the bar is taken back and comes again", tall, 3000, scroll, {0, 0, 1, 2, 2, 3}, 1, 0},
         {"wide", wide, 300, {}, {0, 0, 1, 3}, 0, 1},
+        {"wrapped to the box, which a vertical bar narrows", words, 300, {}, {0, 0, 1, 3}, 1, 0, true},
     };
     for (const row_t &r : rows) {
         arena.used = 0;
         layout_t l = make(r.width, 200);
-        auto states = frame(&l, [&](layout_t *p) { layout_string_p(p, (const u8 *)r.text.data(), r.text.size()); },
-                            r.input);
+        auto states = frame(
+            &l,
+            [&](layout_t *p) {
+                if (r.wrap) layout_set_line_box(p, 0, p->width, 0);
+                layout_string_p(p, (const u8 *)r.text.data(), r.text.size());
+            },
+            r.input);
         EXPECT_EQ(states, r.states) << r.name;
         EXPECT_EQ(l.has_vertical_bar, r.vertical) << r.name;
         EXPECT_EQ(l.has_horizontal_bar, r.horizontal) << r.name;
