@@ -221,7 +221,7 @@ static u32 ui_text_edit_keys(ui_edit_t *e) {
     bool control = key_is_down(window, key_control), shift = key_is_down(window, key_shift);
     bool moved = true;
     u32 result = 0;
-    if (key_went_down_or_repeated(window, key_left)) {
+    if (ui_key_pressed(e->ui, key_left)) {
         if (control) {
             u32 i = e->caret;
             while (i > 0 && ui_is_space(b[i - 1])) --i;
@@ -230,7 +230,7 @@ static u32 ui_text_edit_keys(ui_edit_t *e) {
         } else {
             e->caret -= (u32)utf8_last_char_size(b, b + e->caret);
         }
-    } else if (key_went_down_or_repeated(window, key_right)) {
+    } else if (ui_key_pressed(e->ui, key_right)) {
         if (control) {
             u32 i = e->caret;
             while (i < used && !ui_is_space(b[i])) ++i;
@@ -239,19 +239,19 @@ static u32 ui_text_edit_keys(ui_edit_t *e) {
         } else if (e->caret < used) {
             e->caret += ui_code_point_size_at(text, e->caret);
         }
-    } else if (key_went_down_or_repeated(window, key_home)) {
+    } else if (ui_key_pressed(e->ui, key_home)) {
         e->caret = 0;
-    } else if (key_went_down_or_repeated(window, key_end)) {
+    } else if (ui_key_pressed(e->ui, key_end)) {
         e->caret = used;
     } else {
         moved = false;
-        if (control && key_went_down(window, key_v)) {
+        if (control && key_transitions(window, key_v) && ui_key_pressed(e->ui, key_v)) {
             ui_edit_paste(e);
-        } else if (control && key_went_down(window, key_c)) {
+        } else if (control && key_transitions(window, key_c) && ui_key_pressed(e->ui, key_c)) {
             if (e->end > e->start) ui_clipboard_set(data_t{e->end - e->start, e->end - e->start, text->bytes + e->start});
-        } else if (key_went_down_or_repeated(window, key_backspace)) {
+        } else if (ui_key_pressed(e->ui, key_backspace)) {
             ui_edit_delete_backwards(e, control);
-        } else if (key_went_down_or_repeated(window, key_delete)) {
+        } else if (ui_key_pressed(e->ui, key_delete)) {
             ui_edit_delete_forwards(e, control);
         } else {
             result = ui_edit_type(e);
@@ -272,7 +272,7 @@ u32 ui_text_edit_input(ui_t *ui, ui_id_t id, vec4 rect, data_t *text, u32 font) 
     state->changed_now = 0;
     if (ui_hit_test(ui, id, rect, ui->mouse)) ui_set_hot(ui, id);
     bool hot = ui_is_hot(ui, id);
-    bool pressed = key_went_down(ui->window, key_left_button);
+    bool pressed = ui_mouse_pressed(ui);
     u32 result = 0;
     if (ui_is_active(ui, id)) {
         ui_edit_t edit = {ui, state, text, f, rect_width(inner), 0, 0, 0, 0};

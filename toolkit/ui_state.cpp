@@ -322,6 +322,23 @@ void ui_activate_parent(ui_t *ui, ui_id_t id) {
     if (!ui_id_is_empty(ui->active) && ui_id_starts_with(ui->active, id)) ui->active = ui_id_parent(id);
 }
 
+bool ui_mouse_pressed(const ui_t *ui) {
+    if (!ui->window) return false;
+    u32 transitions = key_transitions(ui->window, key_left_button);
+    return transitions >= 2 || (transitions == 1 && key_is_down(ui->window, key_left_button));
+}
+
+bool ui_mouse_released(const ui_t *ui) {
+    if (!ui->window) return false;
+    u32 transitions = key_transitions(ui->window, key_left_button);
+    return transitions >= 2 || (transitions == 1 && !key_is_down(ui->window, key_left_button));
+}
+
+bool ui_key_pressed(const ui_t *ui, u32 key) {
+    if (!ui->window) return false;
+    return key_went_down_or_repeated(ui->window, key) || key_transitions(ui->window, key) >= 2;
+}
+
 bool ui_is_active(const ui_t *ui, ui_id_t id) { return !ui_id_is_empty(id) && ui_id_equal(ui->active, id); }
 bool ui_any_active(const ui_t *ui) { return !ui_id_is_empty(ui->active); }
 void ui_clear_active(ui_t *ui) { ui_id_clear(&ui->active); }
@@ -387,7 +404,7 @@ void ui_pair_place(ui_pair_t *pair, vec4 rect) {
 void ui_pair_update(ui_t *ui, ui_id_t id, ui_pair_t *pair, vec4 rect, bool clamp) {
     ui_pair_place(pair, rect);
     if (ui_hit_test(ui, id, pair->divider_rect, ui->mouse)) ui_set_hot(ui, id);
-    if (ui_is_hot(ui, id) && key_went_down(ui->window, key_left_button)) ui_set_active(ui, id, ui_kind_pair);
+    if (ui_is_hot(ui, id) && ui_mouse_pressed(ui)) ui_set_active(ui, id, ui_kind_pair);
     if (ui_is_active(ui, id) && !key_is_down(ui->window, key_left_button)) ui_clear_active(ui);
     // From the frame after the press: how the pointer came to the divider doesn't count.
     if (ui_is_active(ui, id) && ui_id_equal(ui->active_at_start, id)) {

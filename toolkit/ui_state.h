@@ -210,6 +210,13 @@ bool ui_is_active(const ui_t *ui, ui_id_t id);
 bool ui_any_active(const ui_t *ui);
 void ui_clear_active(ui_t *ui); // leaves active_kind
 bool ui_kind_is_modal(u32 kind);
+// The left button went down in this frame, or went up: also when the other
+// half of a quick click came in the same frame (a touchpad tap).
+bool ui_mouse_pressed(const ui_t *ui);
+bool ui_mouse_released(const ui_t *ui);
+// A key went down or repeated in this frame, also when it was released again
+// before the frame ran.
+bool ui_key_pressed(const ui_t *ui, u32 key);
 
 void ui_popup_open(ui_t *ui, ui_id_t id, vec4 rect);
 void ui_popup_close(ui_t *ui);

@@ -153,12 +153,16 @@ static u32 ui_click_input(ui_t *ui, ui_id_t id, vec4 rect, u32 kind) {
     if (ui_hit_test(ui, id, rect, ui->mouse)) ui_set_hot(ui, id);
     u32 clicked = 0;
     if (ui_is_active(ui, id)) {
-        if (key_went_up(ui->window, key_left_button)) {
+        if (ui_mouse_released(ui)) {
             clicked = ui_is_hot(ui, id) ? 1 : 0;
             ui_clear_active(ui);
         }
-    } else if (ui_is_hot(ui, id) && key_went_down(ui->window, key_left_button)) {
-        ui_set_active(ui, id, kind);
+    } else if (ui_is_hot(ui, id) && ui_mouse_pressed(ui)) {
+        // A quick tap brings its release in the same frame: that is a click too.
+        if (ui_set_active(ui, id, kind) && !key_is_down(ui->window, key_left_button)) {
+            clicked = 1;
+            ui_clear_active(ui);
+        }
     }
     return clicked;
 }
@@ -315,14 +319,14 @@ static f64 ui_scrollbar(ui_t *ui, ui_id_t id, vec4 rect, f64 page, f64 content, 
         for (u32 i = 0; i < 4; ++i) {
             if (ui_hit_test(ui, parts[i], rects[i], ui->mouse)) {
                 ui_set_hot_family(ui, parts[i]);
-                if (ui_is_hot(ui, parts[i]) && key_went_down(ui->window, key_left_button))
+                if (ui_is_hot(ui, parts[i]) && ui_mouse_pressed(ui))
                     ui_set_active(ui, parts[i], ui_kind_scrollbar);
                 break;
             }
         }
         f32 pointer = vertical ? ui->mouse.y : ui->mouse.x;
         // The parts act while the button is held; the release only lets go.
-        bool held = key_is_down(ui->window, key_left_button);
+        bool held = key_is_down(ui->window, key_left_button) || ui_mouse_pressed(ui);
         if (!held) {
         } else if (ui_is_active(ui, parts[0])) {
             if (rect_contains_point(first, ui->mouse)) *value = scroll_step_up(*value, step, maximum, 1);
@@ -525,7 +529,7 @@ static void ui_list_input(ui_t *ui, ui_id_t id, u64 item_count, u64 *selected, u
         if (holds) ui_wheel_apply(ui, rect_height(f.inner), f.content, f.item_height, 3, scroll);
         // A row holds active while the list is open; a press on the bar hands
         // it to the list first, so that a part of the bar can take it.
-        if (key_went_down(ui->window, key_left_button) && rect_contains_point(f.bar, ui->mouse) && !just_opened)
+        if (ui_mouse_pressed(ui) && rect_contains_point(f.bar, ui->mouse) && !just_opened)
         {
             ui_force_active(ui, list_id, ui_kind_list);
             ui->active_at_start = ui->active; // as if the list had held it since the frame began
@@ -542,8 +546,8 @@ static void ui_list_input(ui_t *ui, ui_id_t id, u64 item_count, u64 *selected, u
 
     // 3. Keys: Up and Down walk the rows, wrapping; Enter chooses.
     bool keyed = false;
-    bool down = key_went_down_or_repeated(ui->window, key_down), up = key_went_down_or_repeated(ui->window, key_up);
-    bool enter = key_went_down(ui->window, key_enter);
+    bool down = ui_key_pressed(ui, key_down), up = ui_key_pressed(ui, key_up);
+    bool enter = key_transitions(ui->window, key_enter) > 0 && ui_key_pressed(ui, key_enter);
     holds = ui_id_starts_with(ui->active, list_id);
     if (holds && item_count && (down || up || enter)) {
         u64 current = chosen;
@@ -564,13 +568,13 @@ static void ui_list_input(ui_t *ui, ui_id_t id, u64 item_count, u64 *selected, u
     // 4. Hover and press on the visible rows.
     u64 first, end;
     ui_list_visible(&f, item_count, *scroll, &first, &end);
-    bool released = key_went_up(ui->window, key_left_button);
+    bool released = ui_mouse_released(ui);
     for (u64 i = first; i < end && !keyed; ++i) {
         ui_id_t row_id = ui_id_child(list_id, (i64)i + 1);
         vec4 row = rect_clip(ui_list_row(&f, i, *scroll), f.rows);
         if (!ui_hit_test(ui, row_id, row, ui->mouse)) continue;
         ui_set_hot_sibling(ui, row_id);
-        if (ui_is_hot(ui, row_id) && key_went_down(ui->window, key_left_button) && !just_opened)
+        if (ui_is_hot(ui, row_id) && ui_mouse_pressed(ui) && !just_opened)
             ui_force_active(ui, row_id, ui_kind_list);
         // 5. A release on a row chooses it (not the release of the opening
         // press, nor the end of a drag of the bar).
@@ -625,7 +629,7 @@ void ui_dropdown(ui_t *ui, ui_id_t id, vec4 rect, const data_t *items, u64 item_
     if (ui_pass_has_input(ui)) {
         bool just_opened = false;
         if (ui_hit_test(ui, id, rect, ui->mouse)) ui_set_hot_family(ui, id);
-        if (ui_is_hot(ui, id) && key_went_down(ui->window, key_left_button)) {
+        if (ui_is_hot(ui, id) && ui_mouse_pressed(ui)) {
             bool was_open = ui_id_starts_with(ui->active, id);
             if (ui_toggle_active(ui, id, ui_kind_dropdown)) {
                 state->opened = 0;
@@ -639,7 +643,7 @@ void ui_dropdown(ui_t *ui, ui_id_t id, vec4 rect, const data_t *items, u64 item_
         if (ui_id_starts_with(ui->active, id)) {
             vec4 popup = ui_dropdown_popup_rect(ui, rect, item_count, font);
             ui_popup_open(ui, list_id, popup);
-            if (key_went_down(ui->window, key_left_button) && !just_opened &&
+            if (ui_mouse_pressed(ui) && !just_opened &&
                 !rect_contains_point(popup, ui->mouse)) {
                 ui_dropdown_close(ui);
             } else {

@@ -50,6 +50,7 @@ TEST_F(ui_state_test_t, AClickIsAPressAndAReleaseOnTheButton) {
         std::string clicks;
     } rows[] = {
         {{{press(50, 20)}, {release(50, 20)}}, "01"},
+        {{{press(50, 20), release(50, 20)}}, "1"}, // a tap: both halves in one frame
         {{{press(50, 20)}, {move(200, 200)}, {release(200, 200)}}, "000"},
         {{{press(200, 200)}, {move(50, 20)}, {release(50, 20)}}, "000"},
         {{{press(50, 20)}, {move(200, 200)}, {move(50, 20)}, {release(50, 20)}}, "0001"},
