@@ -249,7 +249,7 @@ void layout_pass_end(layout_t *layout) {
         // Both against the box the content was measured in: a vertical bar
         // that narrows the box is weighed in the next round, whose recording
         // wraps to the narrower box.
-        bool done = true;
+        bool done = !layout->dirty; // a recording cut short for a bar is made again
         bool taller = layout->content_height > layout->height, wider = layout->content_width > layout->width;
         if (!(layout->flags & layout_flag_no_vertical_bar) && taller && !layout->has_vertical_bar) {
             layout->width -= layout_bar_size;
@@ -378,10 +378,17 @@ layout_command_t *layout_pop_colour(layout_t *layout) {
 
 layout_command_t *layout_string_p(layout_t *layout, const u8 *text, u64 bytes) {
     layout_command_t *c = layout_next(layout, layout_kind_string);
-    if (c && layout_is_recording(layout)) {
+    if (c && c != &layout->dummy && layout_is_recording(layout)) {
         c->string.text = text;
         c->string.bytes = text ? bytes : 0;
-        layout_text(layout, c, false);
+        if (layout->state == layout_state_record_again && !layout->has_vertical_bar &&
+            !(layout->flags & layout_flag_no_vertical_bar) && layout->content_height > layout->height) {
+            // The content has outgrown the box: this recording will be made
+            // again with a vertical bar, so the rest of it is stale.
+            layout->dirty = 1;
+        } else {
+            layout_text(layout, c, false);
+        }
     }
     return c;
 }

@@ -167,7 +167,7 @@ struct layout_t {
     u32 state;
     u32 next_command;
     u32 has_vertical_bar, has_horizontal_bar;
-    u32 dirty;
+    u32 dirty; // also set in a recording that has outgrown the box before its bar came
     f32 old_scroll_x, old_scroll_y;
     u32 pass_count;
     u32 scroll_checked;
