@@ -56,16 +56,6 @@ TEST(image_query, bodies_end_in_their_states) {
     }
 }
 
-TEST(image_query, a_refused_connection_names_its_error) {
-    test_image_cache_t cache;
-    std::string address = "http://127.0.0.1:1/a.png";
-    data_t url = test_data(address);
-    image_query_t *slot = image_query_get(1, &url, true);
-    cache.wait(slot);
-    EXPECT_EQ(image_query_state(slot), image_state_fetch_failed);
-    EXPECT_STREQ(http_error_name(slot->error), "http_error_internet_open_url");
-}
-
 TEST(image_query, a_stalling_server_holds_only_its_slot) {
     test_image_cache_t cache;
     image_query_t *slot;
