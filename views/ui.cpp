@@ -1,5 +1,7 @@
 // ui.cpp - the window content: the split of the window, the right menu, and
 // the dispatch of the right panel.
+#include <math.h>
+
 #include "base/log.h"
 #include "base/profiler.h"
 #include "gfx/window.h"
@@ -144,9 +146,40 @@ void draw_menu_right(app_context *context, reader_t *reader, vec4 rect) {
                               data_literal("Update all (F5)"), data_literal("Update selected (F6)"),
                               data_literal("Log (F7)"), data_literal("Save (F8)")};
     static const char menu_site = 0;
+    // A pane too narrow for the whole row cuts the widest buttons first, to
+    // one common width, so that the short labels keep their keys and their
+    // "…" shows on the long ones, rather than losing the last buttons.
+    vec2 sizes[8];
+    f32 total = 2 * 7;
+    for (u32 i = 0; i < 8; i++) {
+        sizes[i] = ui_button_size(ui, &ui_theme.button, labels[i], view_font_normal);
+        total += sizes[i].x;
+    }
+    f32 room = rect.z - rect.x - 2 * 7;
+    f32 cap = 3.4e38f;
+    if (total - 2 * 7 > room) {
+        // The widest width w with the sum of min(size, w) within the room.
+        f32 sorted[8];
+        for (u32 i = 0; i < 8; i++) sorted[i] = sizes[i].x;
+        for (u32 i = 1; i < 8; i++)
+            for (u32 j = i; j > 0 && sorted[j - 1] > sorted[j]; j--) {
+                f32 t = sorted[j];
+                sorted[j] = sorted[j - 1];
+                sorted[j - 1] = t;
+            }
+        f32 below = 0;
+        for (u32 i = 0; i < 8; i++) {
+            f32 w = (room - below) / (f32)(8 - i);
+            if (w <= sorted[i]) {
+                cap = floorf(w > 0 ? w : 0);
+                break;
+            }
+            below += sorted[i];
+        }
+    }
     f32 x = rect.x;
     for (u32 i = 0; i < 8; i++) {
-        vec2 size = ui_button_size(ui, &ui_theme.button, labels[i], view_font_normal);
+        vec2 size = {sizes[i].x < cap ? sizes[i].x : cap, sizes[i].y};
         vec4 button = rect_xywh(x, rect.y + 2, size.x, size.y);
         x += size.x + 2;
         bool clicked = ui_button(ui, ui_id_child(ui_id(&menu_site), i + 1), button, labels[i], view_font_normal);

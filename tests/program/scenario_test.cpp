@@ -1,0 +1,184 @@
+// A person at the real window, driven by xdotool under the private X server:
+// start on an empty folder, type a feed's address, update all (F5), walk to
+// an entry (Down), delete it (Delete), save (F8) and close the window. The
+// snapshots, read back with tidewrack-tool dump, hold what was done.
+//
+// Keys and the button are held for a moment, as a hand does: the program
+// reads a key that went down and up within one pump of messages as up only.
+// Every wait polls for an outcome (a request seen, a snapshot that says so).
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <filesystem>
+#include <string>
+#include <thread>
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "net/json_test_util.h"
+#include "net/test_server.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+std::string run_command(const std::string &command) {
+    FILE *pipe = popen(command.c_str(), "r");
+    if (!pipe) return "";
+    std::string out;
+    char buffer[4096];
+    for (size_t n; (n = fread(buffer, 1, sizeof(buffer), pipe)) > 0;) out.append(buffer, n);
+    pclose(pipe);
+    return out;
+}
+
+void xdotool(const std::string &arguments) { run_command("xdotool " + arguments + " 2>/dev/null"); }
+
+// A key pressed and held long enough for a frame to see it down.
+void hold(const std::string &key) {
+    xdotool("keydown " + key);
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    xdotool("keyup " + key);
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+}
+
+std::string rss(int items) {
+    std::string out = "<?xml version=\"1.0\"?><rss version=\"2.0\"><channel><title>Loopback</title>";
+    for (int i = 0; i < items; i++)
+        out += "<item><title>Item " + std::to_string(i) + "</title><guid>item-" + std::to_string(i) +
+               "</guid><link>http://127.0.0.1:1/" + std::to_string(i) + "</link></item>";
+    return out + "</channel></rss>";
+}
+
+struct program_t {
+    fs::path folder, data;
+    pid_t pid = -1;
+    int status = 0;
+    program_t() {
+        char pattern[] = "/tmp/tidewrack_scenario_XXXXXX";
+        folder = mkdtemp(pattern);
+        data = folder / "data";
+    }
+    ~program_t() {
+        if (pid > 0) {
+            kill(pid, SIGKILL);
+            waitpid(pid, nullptr, 0);
+        }
+        std::error_code ignored;
+        fs::remove_all(folder, ignored);
+    }
+    void start() {
+        pid = fork();
+        if (pid == 0) {
+            int err = open((folder / "stderr.txt").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+            dup2(err, 2);
+            if (chdir(folder.c_str()) != 0) _exit(120);
+            std::string path = data.string();
+            execl(TIDEWRACK_PROGRAM, TIDEWRACK_PROGRAM, "-path", path.c_str(), (char *)nullptr);
+            _exit(121);
+        }
+    }
+    bool exited(int seconds) {
+        for (int i = 0; i < seconds * 20; i++) {
+            if (waitpid(pid, &status, WNOHANG) == pid) {
+                pid = -1;
+                return true;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        }
+        return false;
+    }
+    json_value_t dump() {
+        bool ok = false;
+        json_value_t value = json_parse(run_command(std::string(TIDEWRACK_TOOL) + " dump -path " + data.string()), &ok);
+        return ok ? value : json_value_t{};
+    }
+    // Saves with F8 until the newest snapshot passes the test.
+    template <typename test_t> bool save_until(test_t test, int seconds = 60) {
+        for (int i = 0; i < seconds * 2; i++) {
+            hold("F8");
+            if (test(dump())) return true;
+            std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        }
+        return false;
+    }
+};
+
+template <typename test_t> bool eventually(test_t test, int seconds) {
+    for (int i = 0; i < seconds * 20; i++) {
+        if (test()) return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    return false;
+}
+
+TEST(Scenario, AddUpdateDeleteSaveAndClose) {
+    std::atomic<int> requests{0};
+    test_server_t server([&](const std::string &) {
+        test_response_t response;
+        response.body = rss(requests++ == 0 ? 3 : 4); // the update brings a fourth item
+        return response;
+    });
+    program_t program;
+    program.start();
+    // The address field of the add feed panel, which the program opens on:
+    // once the window shows it drawn (white), the program takes input.
+    std::string window;
+    ASSERT_TRUE(eventually(
+        [&] {
+            window = run_command("xdotool search --onlyvisible --name '^Tidewrack' 2>/dev/null");
+            window = window.substr(0, window.find('\n'));
+            if (window.empty()) return false;
+            std::string pixel = run_command("import -window " + window + " -crop 1x1+700+87 txt:- 2>/dev/null");
+            return pixel.find("white") != std::string::npos;
+        },
+        60))
+        << "the window didn't come up";
+    xdotool("mousemove --window " + window + " 700 87");
+    xdotool("mousedown 1");
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    xdotool("mouseup 1");
+    std::string url = server.url("/feed.xml");
+    xdotool("type --delay 20 '" + url + "'");
+    hold("Return");
+    ASSERT_TRUE(eventually([&] { return requests >= 1; }, 30)) << "no request: the address didn't arrive";
+    ASSERT_TRUE(program.save_until([&](const json_value_t &d) { return d["feeds"].size() == 1; }));
+
+    hold("F5");
+    ASSERT_TRUE(eventually([&] { return requests >= 2; }, 30));
+    ASSERT_TRUE(program.save_until([&](const json_value_t &d) { return d["entries"].size() == 4; }));
+
+    hold("Down");
+    hold("Delete");
+    std::string deleted_guid;
+    ASSERT_TRUE(program.save_until([&](const json_value_t &d) {
+        int marked = 0;
+        for (const json_value_t &e : d["entries"].items)
+            if (e["deleted"].b) marked++, deleted_guid = e["guid"].s;
+        return marked == 1;
+    }));
+
+    // Closing the window purges what is marked and saves.
+    xdotool("keydown alt");
+    hold("F4");
+    xdotool("keyup alt");
+    ASSERT_TRUE(program.exited(60));
+    ASSERT_TRUE(WIFEXITED(program.status));
+    EXPECT_EQ(WEXITSTATUS(program.status), 0);
+    json_value_t last = program.dump();
+    ASSERT_EQ(last["feeds"].size(), 1u);
+    EXPECT_EQ(last["feeds"][0]["url"].s, url);
+    EXPECT_EQ(last["feeds"][0]["title"].s, "Loopback");
+    ASSERT_EQ(last["entries"].size(), 3u);
+    for (const json_value_t &e : last["entries"].items) {
+        EXPECT_FALSE(e["deleted"].b);
+        EXPECT_NE(e["guid"].s, deleted_guid);
+    }
+    EXPECT_EQ(last["counters"]["generation"].n, 1);
+}
+
+} // namespace
