@@ -211,7 +211,7 @@ layout_t layout_create(data_t *arena, font_set_t *font_set, vec4 rect, f32 scrol
     layout.margin = margins;
     layout_reset_content(&layout);
     layout_reset_style(&layout);
-    layout.commands = (layout_command_t *)(arena->bytes + align_up(arena->used, 8));
+    layout.commands = (layout_command_t *)align_up((u64)(arena->bytes + arena->used), 8);
     return layout;
 }
 
