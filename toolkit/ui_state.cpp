@@ -217,6 +217,12 @@ void ui_frame_start(ui_t *ui) {
     ui->clip = ui->screen;
     ui->pass = ui_pass_all;
     ui_id_clear(&ui->hot);
+    if (ui->popup_open && !ui->popup_touched) {
+        ui_id_t owner = ui_id_parent(ui->popup);
+        if (!ui_id_is_empty(owner) && ui_id_starts_with(ui->active, owner)) ui_clear_active(ui);
+        ui_popup_close(ui);
+    }
+    ui->popup_touched = 0;
     ui->active_at_start = ui->active;
     gl_batch_t *popup_batches[3] = {ui->popup_rectangles, ui->popup_text, ui->popup_icons};
     for (gl_batch_t *batch : popup_batches) {
@@ -347,6 +353,7 @@ void ui_clear_active(ui_t *ui) { ui_id_clear(&ui->active); }
 void ui_popup_open(ui_t *ui, ui_id_t id, vec4 rect) {
     assert_message(!ui->popup_open || ui_id_equal(ui->popup, id), "Another popup is open.");
     ui->popup_open = 1;
+    ui->popup_touched = 1;
     ui->popup = id;
     ui->popup_rect = rect;
 }

@@ -161,6 +161,7 @@ struct ui_t {
     u32 pass;                 // ui_pass_*
     u32 cursor;               // cursor index wanted at the end of this frame
     font_set_t *font_set;     // fonts for measuring; ui_set_batches takes the text batch's
+    u32 popup_touched;        // the popup's owner called ui_popup_open in this frame
 };
 
 // Fills the theme, the icon atlas and the state table. The first pointer
@@ -172,7 +173,9 @@ ui_t ui_create(data_t *frame_memory, window_t *window);
 void ui_set_batches(ui_t *ui, gl_renderer_t *renderer, u32 rectangles, u32 text, u32 icons, u32 popup_rectangles,
                     u32 popup_text, u32 popup_icons);
 // Resets the frame memory, takes the pointer, the screen and the clip,
-// empties hot and turns the popup batches' scissors off.
+// empties hot and turns the popup batches' scissors off. A popup whose owner
+// wasn't called in the last frame (its view closed) is closed, with the
+// active it held, so that it can't leave a dead area on the screen.
 void ui_frame_start(ui_t *ui);
 void ui_set_clip(ui_t *ui, vec4 rect);
 void ui_set_pass(ui_t *ui, u32 pass);
@@ -218,6 +221,7 @@ bool ui_mouse_released(const ui_t *ui);
 // before the frame ran.
 bool ui_key_pressed(const ui_t *ui, u32 key);
 
+// The owner calls it in every frame while its popup stays open.
 void ui_popup_open(ui_t *ui, ui_id_t id, vec4 rect);
 void ui_popup_close(ui_t *ui);
 // A popup is open and id lies in it: the widget draws in the popup layer.

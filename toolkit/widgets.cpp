@@ -670,6 +670,7 @@ void ui_dropdown(ui_t *ui, ui_id_t id, vec4 rect, const data_t *items, u64 item_
                          style->text_colour[ui_state_normal], true);
         }
         if (ui->popup_open && ui_id_equal(ui->popup, list_id) && ui_id_starts_with(ui->active, id)) {
+            ui->popup_touched = 1; // a frame whose input pass was skipped still keeps it
             vec4 clip = ui->clip;
             ui->clip = ui->popup_rect;
             ui_list_draw(ui, id, items, item_count, font, *scroll);

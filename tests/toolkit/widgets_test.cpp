@@ -96,6 +96,16 @@ TEST_F(widgets_test_t, DropdownClicks) {
         EXPECT_EQ(d.selected, 1u);
     }
 
+    // A list whose dropdown is no longer called (its view closed) goes away
+    // with the active it held.
+    frame({press(20, 205)}, call);
+    frame({release(20, 205)}, call);
+    ASSERT_TRUE(ui.popup_open);
+    frame({});
+    frame({});
+    EXPECT_FALSE(ui.popup_open);
+    EXPECT_FALSE(ui_any_active(&ui));
+
     // Without items the list is its border and padding.
     dropdown_t empty = {{}, 0, d.rect, ui_id_from_value(0x5678)};
     frame({press(20, 205)}, [&] { ui_dropdown(&ui, empty.id, empty.rect, nullptr, 0, &empty.selected, 0); });
