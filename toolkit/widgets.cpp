@@ -35,6 +35,10 @@ vec4 ui_style_content(const ui_style_t *style, vec4 rect) {
 
 data_t ui_fit_label(ui_t *ui, data_t label, u32 font, f32 width, vec2 *size) {
     data_t out = {};
+    // A label of megabytes (a feed's title can be anything) is looked at no
+    // further than could ever fit: the copy below stays small.
+    u64 enough = 1024 + 8 * (u64)(width > 0 ? width : 0);
+    if (label.used > enough) label.used = label.reserved = enough;
     u8 *bytes = ui->frame_memory ? (u8 *)data_push(ui->frame_memory, label.used + 3, 1) : nullptr;
     if (!bytes) {
         if (size) *size = vec2{};

@@ -31,6 +31,12 @@ TEST_F(widgets_test_t, ACheckBoxFlipsOnceAtTheRelease) {
     EXPECT_EQ(value, 1u);
 }
 
+TEST_F(widgets_test_t, AHugeLabelCostsItsWidthOnly) {
+    std::string title(2 << 20, 'w');
+    frame({}, [&] { ui_button(&ui, ui_id(), {10, 10, 210, 40}, data_t{title.size(), title.size(), (u8 *)title.data()}, 0); });
+    EXPECT_LT(frame_memory.used, 8192u);
+}
+
 struct dropdown_t {
     std::vector<data_t> items;
     u64 selected;
