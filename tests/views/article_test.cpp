@@ -124,6 +124,7 @@ struct picture_test_t : article_test_t {
     test_server_t server{[](const std::string &path) {
         if (path == "/wide.png") return test_response_t{200, test_png(2000, 100)};
         if (path == "/small.jpg") return test_response_t{200, test_jpeg(64, 48)};
+        if (path == "/tall.png") return test_response_t{200, test_png(1000, 1000, 1)};
         return test_response_t{404, "<html><body>Not found</body></html>"};
     }};
     void SetUp() override {
@@ -187,6 +188,16 @@ TEST_F(picture_test_t, pictures_reach_the_column_or_say_why_not) {
     state.selected_entry = nullptr;
     reader_delete_entry(&r.reader, entry, feed);
     EXPECT_EQ(slots_in_use(), 0u);
+}
+
+TEST_F(picture_test_t, a_picture_that_brings_the_bar_leaves_room_for_it) {
+    select(feed, rss_entry_with(feed, "<img src=\"" + server.url("/tall.png") + "\">"));
+    layout_t layout = settle();
+    const layout_command_t *box = box_of(&layout, server.url("/tall.png"));
+    ASSERT_NE(box, nullptr);
+    EXPECT_TRUE(layout_has_vertical_bar(&layout));
+    EXPECT_FALSE(layout_has_horizontal_bar(&layout));
+    EXPECT_EQ(box->box.rect.z - box->box.rect.x, layout.width - 8);
 }
 
 TEST_F(picture_test_t, a_picture_below_the_fold_waits_until_scrolled_to) {
