@@ -141,14 +141,13 @@ void draw_menu_right(app_context *context, reader_t *reader, vec4 rect) {
     data_push_c_string(&queued, "Open queued links (F4) (");
     data_push_number(&queued, links_count_all(reader), 0, ' ', 0);
     data_push_c_string(&queued, ")");
-    const data_t labels[8] = {data_literal("Help (F1)"), data_literal("Add feed (F2)"), data_literal("Links (F3)"),
+    data_t labels[8] = {data_literal("Help (F1)"), data_literal("Add feed (F2)"), data_literal("Links (F3)"),
                               queued,
                               data_literal("Update all (F5)"), data_literal("Update selected (F6)"),
                               data_literal("Log (F7)"), data_literal("Save (F8)")};
     static const char menu_site = 0;
-    // A pane too narrow for the whole row cuts the widest buttons first, to
-    // one common width, so that the short labels keep their keys and their
-    // "…" shows on the long ones, rather than losing the last buttons.
+    // A pane too narrow for the whole row cuts labels (ending them in "…")
+    // rather than losing the last buttons.
     vec2 sizes[8];
     f32 total = 2 * 7;
     for (u32 i = 0; i < 8; i++) {
@@ -156,20 +155,36 @@ void draw_menu_right(app_context *context, reader_t *reader, vec4 rect) {
         total += sizes[i].x;
     }
     f32 room = rect.z - rect.x - 2 * 7;
+    // The count of queued links matters more than the key: a row that must
+    // be cut first leaves " (F4)" out of the fourth label.
+    u8 short_bytes[64];
+    data_t short_queued = {sizeof(short_bytes), 0, short_bytes};
+    if (total - 2 * 7 > room) {
+        data_push_c_string(&short_queued, "Open queued links (");
+        data_push_number(&short_queued, links_count_all(reader), 0, ' ', 0);
+        data_push_c_string(&short_queued, ")");
+        labels[3] = short_queued;
+        total -= sizes[3].x;
+        sizes[3] = ui_button_size(ui, &ui_theme.button, labels[3], view_font_normal);
+        total += sizes[3].x;
+    }
+    // The others share what is left: the widest are cut first, to one
+    // common width.
     f32 cap = 3.4e38f;
     if (total - 2 * 7 > room) {
-        // The widest width w with the sum of min(size, w) within the room.
-        f32 sorted[8];
-        for (u32 i = 0; i < 8; i++) sorted[i] = sizes[i].x;
-        for (u32 i = 1; i < 8; i++)
+        f32 sorted[7];
+        u32 n = 0;
+        for (u32 i = 0; i < 8; i++)
+            if (i != 3) sorted[n++] = sizes[i].x;
+        for (u32 i = 1; i < n; i++)
             for (u32 j = i; j > 0 && sorted[j - 1] > sorted[j]; j--) {
                 f32 t = sorted[j];
                 sorted[j] = sorted[j - 1];
                 sorted[j - 1] = t;
             }
-        f32 below = 0;
-        for (u32 i = 0; i < 8; i++) {
-            f32 w = (room - below) / (f32)(8 - i);
+        f32 below = sizes[3].x;
+        for (u32 i = 0; i < n; i++) {
+            f32 w = (room - below) / (f32)(n - i);
             if (w <= sorted[i]) {
                 cap = floorf(w > 0 ? w : 0);
                 break;
@@ -179,7 +194,7 @@ void draw_menu_right(app_context *context, reader_t *reader, vec4 rect) {
     }
     f32 x = rect.x;
     for (u32 i = 0; i < 8; i++) {
-        vec2 size = {sizes[i].x < cap ? sizes[i].x : cap, sizes[i].y};
+        vec2 size = {i == 3 || sizes[i].x < cap ? sizes[i].x : cap, sizes[i].y};
         vec4 button = rect_xywh(x, rect.y + 2, size.x, size.y);
         x += size.x + 2;
         bool clicked = ui_button(ui, ui_id_child(ui_id(&menu_site), i + 1), button, labels[i], view_font_normal);

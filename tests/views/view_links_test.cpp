@@ -1,0 +1,209 @@
+// Opening links: a configured executable (a script that writes down its
+// arguments) gets each link as an argument of its own, whatever the link
+// holds; queues fill, count, open, lose rows and empty; without an
+// executable the system's handler (a stand-in xdg-open on PATH) gets the
+// link as one argument.
+#include "views/views_fixture.h"
+#include "views/view_helpers.h"
+#include "base/command_line.h"
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <thread>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string read_whole(const fs::path &path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+}
+
+struct links_test_t : views_fixture_t {
+    fs::path folder;
+    fs::path script;   // records each start: its arguments, one a line, then "--"
+    fs::path record;
+    fs::path canary;   // a file only a shell running part of a link would make
+    feed_t *feed = nullptr;
+    link_configuration_t *configuration = nullptr;
+    std::string old_path;
+
+    void SetUp() override {
+        views_fixture_t::SetUp();
+        folder = fs::temp_directory_path() / ("tidewrack links " + std::to_string(getpid()));
+        fs::create_directories(folder);
+        record = folder / "record.txt";
+        canary = folder / "canary";
+        script = folder / "rec.sh";
+        std::ofstream(script) << "#!/bin/sh\nfor a in \"$@\"; do printf '%s\\n' \"$a\"; done >> '" << record.string()
+                              << "'\necho -- >> '" << record.string() << "'\n";
+        fs::permissions(script, fs::perms::owner_all);
+        // A stand-in for the system's handler, found on PATH.
+        fs::copy_file(script, folder / "xdg-open");
+        old_path = getenv("PATH") ? getenv("PATH") : "";
+        setenv("PATH", (folder.string() + ":" + old_path).c_str(), 1);
+        feed = r.rss_feed("http://f/", "F");
+        configuration = view_link_configuration(&r.reader, feed);
+    }
+    void TearDown() override {
+        setenv("PATH", old_path.c_str(), 1);
+        fs::remove_all(folder);
+        views_fixture_t::TearDown();
+    }
+    void set_executable(const std::string &line) {
+        data_t text = {line.size(), line.size(), (u8 *)line.data()};
+        view_store_text(&context, &configuration->executable, &text);
+    }
+    void open(const std::string &link) {
+        data_t d = {link.size(), link.size(), (u8 *)link.data()};
+        view_open_link(&context, &r.reader, feed, &d);
+    }
+    // The starts recorded so far, once `count` of them have ended.
+    std::vector<std::vector<std::string>> starts(size_t count) {
+        std::vector<std::vector<std::string>> out;
+        for (int i = 0; i < 2000; i++) {
+            out.clear();
+            std::vector<std::string> current;
+            std::string text = read_whole(record);
+            size_t at = 0;
+            for (size_t end; (end = text.find('\n', at)) != std::string::npos; at = end + 1) {
+                std::string line = text.substr(at, end - at);
+                if (line == "--") out.push_back(current), current.clear();
+                else current.push_back(line);
+            }
+            if (out.size() >= count) break;
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        return out;
+    }
+    std::string queue() const {
+        return std::string((const char *)configuration->queued_links.bytes, configuration->queued_links.used);
+    }
+};
+
+TEST_F(links_test_t, EachLinkIsOneArgumentAndNothingInItRuns) {
+    set_executable("\"" + script.string() + "\" --new-tab");
+    std::string nasty = "http://x/a b\"c';d$(touch " + canary.string() + ")`touch " + canary.string() + "`&e|f>g";
+    open("http://example.com/one");
+    open(nasty);
+    auto seen = starts(2); // the two run side by side: either may write first
+    std::sort(seen.begin(), seen.end());
+    ASSERT_EQ(seen.size(), 2u);
+    EXPECT_EQ(seen[0], (std::vector<std::string>{"--new-tab", "http://example.com/one"}));
+    EXPECT_EQ(seen[1], (std::vector<std::string>{"--new-tab", nasty}));
+    EXPECT_FALSE(fs::exists(canary));
+}
+
+TEST_F(links_test_t, AQueueFillsCountsAndOpensInOneStart) {
+    set_executable("\"" + script.string() + "\"");
+    configuration->queue_links = 1;
+    for (const char *link : {"http://a/1", "http://a/2", "http://a/3"}) open(link);
+    EXPECT_EQ(queue(), "http://a/1 http://a/2 http://a/3");
+    EXPECT_EQ(links_count_all(&r.reader), 3u);
+    frame();
+    EXPECT_TRUE(find_text("Open queued links (F4) (3)") || find_text("Open queued links (3)"));
+    press(0x73); // F4 opens and empties every queue
+    auto seen = starts(1);
+    ASSERT_EQ(seen.size(), 1u);
+    EXPECT_EQ(seen[0], (std::vector<std::string>{"http://a/1", "http://a/2", "http://a/3"}));
+    EXPECT_EQ(links_count_all(&r.reader), 0u);
+    frame();
+    EXPECT_TRUE(find_text("Open queued links (F4) (0)") || find_text("Open queued links (0)"));
+    // Queuing off: the count falls to 0 though links stay stored.
+    open("http://a/4");
+    configuration->queue_links = 0;
+    EXPECT_EQ(links_count_all(&r.reader), 0u);
+    EXPECT_EQ(queue(), "http://a/4");
+}
+
+TEST_F(links_test_t, WithoutAnExecutableTheSystemHandlerGetsOneArgument) {
+    open("http://a/1");
+    configuration->queue_links = 1;
+    open("http://a/2");
+    open("http://a/3");
+    links_open_all(&context, &r.reader, true); // as the closing window does
+    auto seen = starts(2);
+    std::sort(seen.begin(), seen.end());
+    ASSERT_EQ(seen.size(), 2u);
+    EXPECT_EQ(seen[0], std::vector<std::string>{"http://a/1"});
+    EXPECT_EQ(seen[1], std::vector<std::string>{"http://a/2 http://a/3"}); // the whole queue as one address
+    EXPECT_EQ(queue(), "");
+}
+
+TEST_F(links_test_t, QueueRowsOpenAndRemove) {
+    set_executable("\"" + script.string() + "\"");
+    configuration->queue_links = 1;
+    for (const char *link : {"http://a/1", "http://a/2", "http://a/3"}) open(link);
+    state.panel = panel_links;
+    frame();
+    auto row_button = [&](const std::string &link, const std::string &label) {
+        drawn_text_t row;
+        EXPECT_TRUE(find_text(link, &row)) << link;
+        for (const drawn_text_t &t : texts())
+            if (t.text == label && std::abs(t.position.y - row.position.y) < 4)
+                return vec2{t.position.x + 3, t.position.y + 4};
+        ADD_FAILURE() << label << " not beside " << link;
+        return vec2{};
+    };
+    click(row_button("http://a/2", "Open"));
+    auto seen = starts(1);
+    ASSERT_EQ(seen.size(), 1u);
+    EXPECT_EQ(seen[0], std::vector<std::string>{"http://a/2"});
+    EXPECT_EQ(queue(), "http://a/1 http://a/2 http://a/3"); // Open leaves the row
+    frame();
+    click(row_button("http://a/3", "X"));
+    EXPECT_EQ(queue(), "http://a/1 http://a/2"); // X opens nothing and leaves no trailing space
+    frame();
+    click(row_button("http://a/1", "X"));
+    EXPECT_EQ(queue(), "http://a/2");
+    EXPECT_EQ(starts(1).size(), 1u);
+}
+
+TEST_F(links_test_t, HandEditedQueuesAndOverlongLinks) {
+    // Empty words are no links; removing one closes the gap.
+    std::string edited = "  http://a/1   http://a/2  ";
+    data_t text = {edited.size(), edited.size(), (u8 *)edited.data()};
+    view_store_text(&context, &configuration->queued_links, &text);
+    configuration->queue_links = 1;
+    EXPECT_EQ(links_count(configuration), 2u);
+    data_t first = {10, 10, configuration->queued_links.bytes + 2};
+    links_remove(configuration, &first);
+    EXPECT_EQ(queue(), "  http://a/2");
+    EXPECT_EQ(links_count(configuration), 1u);
+
+    // A link past the command-line limit is refused and said in the main log.
+    set_executable("\"" + script.string() + "\"");
+    u64 mark = log_main_mark();
+    std::string huge = "http://a/" + std::string(20000, 'x');
+    data_t link = {huge.size(), huge.size(), (u8 *)huge.data()};
+    EXPECT_FALSE(link_open(&link, configuration));
+    EXPECT_NE(log_main_since(mark).find("Link not opened"), std::string::npos);
+    EXPECT_FALSE(fs::exists(record));
+}
+
+TEST(command_line, SplitsByTheProgramsRules) {
+    struct row_t {
+        const char *line;
+        std::vector<std::string> words;
+    } rows[] = {
+        {"firefox --new-tab", {"firefox", "--new-tab"}},
+        {"\"/opt/my browser/run\"  -x\t-y", {"/opt/my browser/run", "-x", "-y"}},
+        {"a\\\\\"b c\"", {"a\\b c"}},
+        {"a\\\"b", {"a\"b"}},
+        {"C:\\dir\\file", {"C:\\dir\\file"}},
+        {"\"\" x", {"x"}},
+    };
+    for (const row_t &row : rows) {
+        u8 out[256];
+        char *words[8];
+        bool overflow;
+        u32 n = command_line_split((const u8 *)row.line, strlen(row.line), out, sizeof(out), words, 8, &overflow);
+        EXPECT_FALSE(overflow);
+        EXPECT_EQ(std::vector<std::string>(words, words + n), row.words) << row.line;
+    }
+}
+
+} // namespace
