@@ -96,6 +96,7 @@ struct test_image_cache_t {
         thread_terminate(queue.get());
         for (auto &slot : image_cache.slots)
             if (image_query_state(&slot) != image_state_free) image_query_release(&slot);
+        image_queries_init(nullptr, nullptr, test_resize, nullptr, nullptr, nullptr); // no cache for later tests
         os_event_close(woken);
         data_virtual_free(&storage.memory);
         data_virtual_free(&storage.node_memory);
