@@ -31,9 +31,13 @@ inline u32 layout_decode(const u8 *p, const u8 *end, u32 *size) {
 
 inline bool layout_is_space(u32 c) { return c == ' ' || c == '\t' || c == '\v' || c == '\f' || c == '\n' || c == '\r'; }
 
-inline const glyph_t *layout_glyph(const font_t *font, u32 code_point) {
+inline u32 layout_glyph_index(const font_t *font, u32 code_point) {
     u32 distance = code_point - font->first_code_point;
-    return &font->glyphs[distance < 256 ? font->direct[distance] : font_glyph_index(font, code_point)];
+    return distance < 256 ? font->direct[distance] : font_glyph_index(font, code_point);
+}
+
+inline const glyph_t *layout_glyph(const font_t *font, u32 code_point) {
+    return &font->glyphs[layout_glyph_index(font, code_point)];
 }
 
 // Kerning in one step. A glyph searches the head of its font's pairs as far
@@ -69,18 +73,17 @@ const layout_kerning_table_t *layout_kerning_table(const font_t *font) {
     }
     for (u32 p = 0; p < longest; ++p) {
         u32 next = font->kerning[p * 2];
-        u32 index = (u32)(layout_glyph(font, next) - font->glyphs);
+        u32 index = layout_glyph_index(font, next);
         if (font->code_points[index] == next && t->first[index] == 0xFFFF) t->first[index] = (u16)p;
     }
     return t;
 }
 
-// Kerning between the previous glyph and this code point (whose glyph is
-// `glyph`), in pixels.
+// Kerning between the previous glyph and this code point (whose glyph has
+// `index`), in pixels.
 inline f32 layout_kerning_fast(const font_t *font, const layout_kerning_table_t *table, const glyph_t *previous,
-                               const glyph_t *glyph, u32 code_point) {
+                               u32 index, u32 code_point) {
     if (!previous || previous->kerning_count == 0) return 0;
-    u32 index = (u32)(glyph - font->glyphs);
     u32 first = table->first[index];
     if (first >= previous->kerning_count || font->code_points[index] != code_point) return 0;
     return (f32)(i32)font->kerning[first * 2 + 1] * font->scale;
@@ -574,16 +577,17 @@ void layout_text(layout_t *layout, layout_command_t *command, bool final) {
             string_start = false;
             continue;
         }
-        const glyph_t *glyph = layout_glyph(font, c);
+        const u32 glyph_index = layout_glyph_index(font, c);
+        const glyph_t *glyph = &font->glyphs[glyph_index];
         f32 w;
         f32 shift;
         if (first) {
             shift = mono ? 0.0f : -glyph->left;
             w = glyph->advance + shift;
         } else {
-            f32 kern = i == 0 ? 0.0f : layout_kerning_fast(font, kerning, previous, glyph, c);
+            f32 kern = i == 0 ? 0.0f : layout_kerning_fast(font, kerning, previous, glyph_index, c);
             if (string_start) {
-                kern = layout_kerning_fast(font, kerning, previous, glyph, c);
+                kern = layout_kerning_fast(font, kerning, previous, glyph_index, c);
                 pen_x += kern;
                 line_right += kern;
                 kern = 0;
