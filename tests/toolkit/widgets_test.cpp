@@ -184,6 +184,26 @@ TEST_F(widgets_test_t, ScrollBarParts) {
     }
 }
 
+TEST_F(widgets_test_t, TheHorizontalBarIsTheMirror) {
+    const vec4 bar = {50, 250, 250, 266}; // left button, track 66 to 234, right button
+    ui_id_t id = ui_id();
+    f64 value = 100;
+    auto call = [&] { ui_scrollbar_horizontal(&ui, id, bar, 100, 400, &value, 20); };
+    const struct {
+        os_window_event_t event;
+        f64 expected;
+    } steps[] = {
+        {press(55, 258), 80}, {release(55, 258), 80},    // left button: back a row
+        {press(245, 258), 100}, {release(245, 258), 100}, // right button: the page's end on a row
+        {press(130, 258), 100},                           // the thumb (108 to 150)
+        {move(151, 258), 150}, {release(151, 258), 150},  // 21 pixels right: 50 further
+    };
+    for (const auto &s : steps) {
+        frame({s.event}, call);
+        EXPECT_DOUBLE_EQ(value, s.expected) << "pointer at " << ui.mouse.x;
+    }
+}
+
 TEST_F(widgets_test_t, TheThumbDraggedPastTheEndAndBack) {
     const vec4 bar = {300, 50, 316, 250};
     ui_id_t id = ui_id();
