@@ -52,20 +52,28 @@ struct layout_kerning_table_t {
     const glyph_t *glyphs;
     const u32 *code_points;
     u32 count;
+    u32 last_code_point, first_pair; // a list of the same length made again differs here
     u16 first[font_max_code_points + 1]; // by glyph index; 0xFFFF: in no pair
 };
+
+// What tells one build of a font from another.
+inline bool layout_kerning_table_is_for(const layout_kerning_table_t &t, const font_t *font) {
+    return t.font == font && t.kerning == font->kerning && t.glyphs == font->glyphs &&
+           t.code_points == font->code_points && t.count == font->count &&
+           t.last_code_point == (font->count ? font->code_points[font->count - 1] : 0) &&
+           t.first_pair == (font->count && font->glyphs[0].kerning_count ? font->kerning[0] : 0);
+}
 
 layout_kerning_table_t layout_kerning_tables[8];
 u32 layout_kerning_next_slot;
 
 const layout_kerning_table_t *layout_kerning_table(const font_t *font) {
-    for (const layout_kerning_table_t &t : layout_kerning_tables) {
-        if (t.font == font && t.kerning == font->kerning && t.glyphs == font->glyphs &&
-            t.code_points == font->code_points && t.count == font->count)
-            return &t;
-    }
+    for (const layout_kerning_table_t &t : layout_kerning_tables)
+        if (layout_kerning_table_is_for(t, font)) return &t;
     layout_kerning_table_t *t = &layout_kerning_tables[layout_kerning_next_slot++ % array_count(layout_kerning_tables)];
-    *t = layout_kerning_table_t{font, font->kerning, font->glyphs, font->code_points, font->count, {}};
+    *t = layout_kerning_table_t{font, font->kerning, font->glyphs, font->code_points, font->count,
+                                font->count ? font->code_points[font->count - 1] : 0,
+                                font->count && font->glyphs[0].kerning_count ? font->kerning[0] : 0, {}};
     u32 longest = 0;
     for (u32 i = 0; i < font->count && i <= font_max_code_points; ++i) {
         t->first[i] = 0xFFFF;
