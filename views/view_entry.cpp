@@ -14,8 +14,7 @@ struct entry_items_t {
     entry_t *entry;
     u32 is_atom;
     data_t title;
-    const data_t *link; // the address the link carries; empty when there is none
-    data_t link_bytes;  // an Atom link's href, kept here so `link` can point at it
+    const data_t *link; // the address the link carries, in the reader; empty when there is none
     data_t source;      // the article's HTML
     data_t date;
     data_t authors;
@@ -79,6 +78,21 @@ void entry_atom_people(app_context *context, reader_t *reader, entry_items_t *it
     }
 }
 
+// The href of the entry's first alternate link, among its link_count atom
+// links: the record's own field, so the address stays put from frame to
+// frame (it is the link's identity).
+const data_t *entry_alternate_link(reader_t *reader, const entry_t *entry) {
+    u32 found = 0;
+    for (u32 i = 0; i < reader->atom_links.max_entry_count && found < entry->atom.link_count; i++) {
+        atom_link_t *link = (atom_link_t *)pool_entry(&reader->atom_links, sizeof(atom_link_t), i);
+        if (!atom_link_is_valid(link) || link->owner_kind != atom_link_owner_entry || link->owner_id != entry->id)
+            continue;
+        found++;
+        if (link->rel == atom_link_rel_alternate) return &link->href;
+    }
+    return nullptr;
+}
+
 entry_items_t entry_items(app_context *context, reader_t *reader) {
     view_state_t *state = context->view_state;
     assert_message(state->selected_feed, "An entry is shown without its feed.");
@@ -114,9 +128,7 @@ entry_items_t entry_items(app_context *context, reader_t *reader) {
             data_t set = entry_literal(" \t\n\r\v\f");
             data_trim_end(&items.title, &title, &set);
         }
-        items.link_bytes = reader_get_atom_link(reader, entry->id, entry->atom.link_count, atom_link_owner_entry,
-                                                atom_link_rel_alternate);
-        items.link = &items.link_bytes;
+        if (const data_t *href = entry_alternate_link(reader, entry)) items.link = href;
         items.source = entry->atom.summary.used ? entry->atom.summary : entry->atom.content;
         items.date = entry_date_text(context, entry->atom.updated);
         items.contributor_count = entry->atom.contributor_count;
