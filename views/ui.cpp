@@ -155,18 +155,23 @@ void draw_menu_right(app_context *context, reader_t *reader, vec4 rect) {
         total += sizes[i].x;
     }
     f32 room = rect.z - rect.x - 2 * 7;
-    // The count of queued links matters more than the key: a row that must
-    // be cut first leaves " (F4)" out of the fourth label.
+    // A row that doesn't fit drops the keys from the labels first (the help
+    // and the README name them); the count of queued links stays.
     u8 short_bytes[64];
     data_t short_queued = {sizeof(short_bytes), 0, short_bytes};
     if (total - 2 * 7 > room) {
         data_push_c_string(&short_queued, "Open queued links (");
         data_push_number(&short_queued, links_count_all(reader), 0, ' ', 0);
         data_push_c_string(&short_queued, ")");
-        labels[3] = short_queued;
-        total -= sizes[3].x;
-        sizes[3] = ui_button_size(ui, &ui_theme.button, labels[3], view_font_normal);
-        total += sizes[3].x;
+        const data_t short_labels[8] = {data_literal("Help"), data_literal("Add feed"), data_literal("Links"),
+                                        short_queued, data_literal("Update all"), data_literal("Update selected"),
+                                        data_literal("Log"), data_literal("Save")};
+        total = 2 * 7;
+        for (u32 i = 0; i < 8; i++) {
+            labels[i] = short_labels[i];
+            sizes[i] = ui_button_size(ui, &ui_theme.button, labels[i], view_font_normal);
+            total += sizes[i].x;
+        }
     }
     // The others share what is left: the widest are cut first, to one
     // common width.
