@@ -1,7 +1,8 @@
 // fuzz_article - any bytes as an entry's HTML: the parse into the article
 // memory and every layout pass of the entry view over it (the measuring walk,
 // the input replay with the pointer in the view, the drawing into a batch
-// that is never flushed). The first byte picks the scroll and the box width.
+// that is never flushed), through the RSS and the Atom view as the window
+// draws them. The first byte picks the view, the scroll and the box width.
 #include "gfx/fonts.h"
 #include "gfx/renderer.h"
 #include "gfx/window.h"
@@ -23,7 +24,8 @@ struct fuzz_t {
     view_state_t state = {};
     app_context context = {};
     gl_batch_t batch = {};
-    entry_t *entry = nullptr;
+    feed_t *feeds[2] = {};
+    entry_t *entries[2] = {}; // RSS, Atom
 };
 
 fuzz_t *fuzz_setup() {
@@ -38,10 +40,12 @@ fuzz_t *fuzz_setup() {
     code_point_list_init(&f.code_points, f.code_point_storage.data(), (u32)f.code_point_storage.size());
     f.reader.code_points = &f.code_points;
     font_set_create_application(&f.font_set, data_virtual_alloc(0x2000000, 0), &sans, &mono, &f.code_points);
-    feed_t *feed = reader_new_feed(&f.reader, 1);
-    reader_new_meta(&f.reader, feed);
-    f.entry = reader_new_entry(&f.reader);
-    reader_accept_entry(&f.reader, feed, f.entry);
+    for (u32 type = 1; type <= 2; type++) {
+        f.feeds[type - 1] = reader_new_feed(&f.reader, type);
+        reader_new_meta(&f.reader, f.feeds[type - 1]);
+        f.entries[type - 1] = reader_new_entry(&f.reader);
+        reader_accept_entry(&f.reader, f.feeds[type - 1], f.entries[type - 1]);
+    }
     f.context.frame_memory = data_virtual_alloc(0xA00000, 0);
     f.context.window = &f.window;
     f.context.view_state = &f.state;
@@ -55,8 +59,6 @@ fuzz_t *fuzz_setup() {
     f.ui.text = &f.batch;
     f.context.ui = &f.ui;
     view_state_init(&f.state, 0);
-    f.state.selected_feed = feed;
-    f.state.selected_entry = f.entry;
     return &f;
 }
 
@@ -67,7 +69,12 @@ extern "C" int LLVMFuzzerTestOneInput(const u8 *bytes, size_t size) {
     fuzz_t *f = fuzz_setup();
     if (f->font_set.font_count != 4) return 0;
     u8 knobs = bytes[0];
-    f->entry->rss.description = data_t{size - 1, size - 1, (u8 *)bytes + 1};
+    u32 atom = knobs >> 7;
+    data_t source = {size - 1, size - 1, (u8 *)bytes + 1};
+    if (atom) f->entries[1]->atom.content = source;
+    else f->entries[0]->rss.description = source;
+    f->state.selected_feed = f->feeds[atom];
+    f->state.selected_entry = f->entries[atom];
     f->state.article_ready = 0;
     f->state.content_scroll = vec2{0, (f32)(knobs & 0xF) * 150};
     f32 width = (knobs & 0x10) ? 120 : 800;
@@ -78,9 +85,9 @@ extern "C" int LLVMFuzzerTestOneInput(const u8 *bytes, size_t size) {
         f->batch.command_count = 0;
         f->batch.vertices.used = 0;
         ui_frame_start(&f->ui);
-        layout_t layout;
-        entry_view_layout(&f->context, &f->reader, vec4{0, 0, width, 600}, &layout);
-        view_layout_render(&f->context, &f->state, &layout);
+        vec4 rect = {0, 0, width, 600};
+        if (atom) draw_entry_atom(&f->context, &f->reader, rect);
+        else draw_entry_rss(&f->context, &f->reader, rect);
     }
     return 0;
 }
