@@ -4,6 +4,8 @@
 // shows, and the keep-visible scrolling.
 #include "views/views_fixture.h"
 
+#include <filesystem>
+
 namespace {
 
 enum : u32 {
@@ -287,6 +289,30 @@ TEST_F(list_test_t, ClicksSelectAndBringTheContentBack) {
     click(on_title("A"));
     EXPECT_EQ(state.panel, (u32)panel_content);
     EXPECT_EQ(selection(), "A");
+}
+
+TEST_F(list_test_t, BadTitlesDrawCut) {
+    std::string huge;
+    for (int i = 0; i < 10000; i++) huge += "Huge title ";
+    c2->rss.title = r.add(huge);
+    c1->rss.title = r.add("Bad \xff\xfe bytes \xe2\x82");
+    frame();
+    drawn_text_t cut;
+    ASSERT_TRUE(find_text("Huge title", &cut));
+    EXPECT_LT(cut.text.size(), 200u);
+    EXPECT_EQ(cut.text.substr(cut.text.size() - 3), "\xE2\x80\xA6");
+    EXPECT_TRUE(find_text("Bad "));
+}
+
+TEST_F(list_test_t, SavingKeepsTheSelection) {
+    std::string folder = testing::TempDir() + "tidewrack_list_save_" + std::to_string(getpid());
+    data_push_raw(&context.user_folder, folder.data(), folder.size());
+    reader_delete_entry(&r.reader, a1, a); // a hole the save closes: records move
+    select(c, c2);
+    press(0x77); // F8 saves, then shows the log
+    EXPECT_EQ(selection(), "C/c2");
+    EXPECT_EQ(state.panel, (u32)panel_log);
+    std::filesystem::remove_all(folder);
 }
 
 TEST(view_list, KeepVisibleArithmetic) {
