@@ -313,6 +313,41 @@ TEST_F(layout_test_t, BoxesAndFill) {
     EXPECT_EQ(l.content_height, 25 + 4);
 }
 
+// Whatever bytes a feed sends and however narrow the line: the passes end,
+// every segment lies in its string's bounds and the final walk measures what
+// the recording measured (both asserted inside).
+TEST_F(layout_test_t, AnyBytesInAnyBox) {
+    const std::string pieces[] = {"a", "W", " ", "\n", "\r", "\t", "\xE2\x82\xAC", "\xFF", "\xE2\x82", "\xF0\x9F\x98\x80",
+                                  std::string(1, '\0'), "mmmmmmmmmmmm"};
+    unsigned seed = 5;
+    auto next = [&seed](unsigned n) {
+        seed = seed * 1103515245u + 12345u;
+        return (seed >> 16) % n;
+    };
+    for (int round = 0; round < 1000; ++round) {
+        std::vector<std::string> strings(1 + next(4));
+        std::vector<bool> colour(strings.size());
+        for (size_t s = 0; s < strings.size(); ++s) {
+            for (unsigned i = 0, n = next(40); i < n; ++i) strings[s] += pieces[next(array_count(pieces))];
+            colour[s] = next(3) == 0;
+        }
+        const f32 line = (f32)next(120) - 10, scroll = (f32)next(200) - 50;
+        const u32 box_flags = next(4), flags = next(16);
+        arena.used = 0;
+        layout_t l = make(60 + (f32)next(100), 40 + (f32)next(100), scroll, {2, 3, 4, 5});
+        l.scroll_x = scroll;
+        frame(&l, [&](layout_t *p) {
+            layout_set_flags(p, flags);
+            layout_set_line_box(p, 0, line, box_flags);
+            for (size_t s = 0; s < strings.size(); ++s) {
+                layout_string_p(p, (const u8 *)strings[s].data(), strings[s].size());
+                if (colour[s]) layout_push_colour(p, vec4{1, 0, 0, 1});
+            }
+        });
+        EXPECT_EQ(l.state, (u32)layout_state_done);
+    }
+}
+
 using layout_death_test_t = layout_test_t;
 
 // A view whose calls differ between passes stops the program.
