@@ -577,6 +577,31 @@ void layout_text(layout_t *layout, layout_command_t *command, bool final) {
     u64 i = 0;
     bool string_start = true; // the first character kerns with the string before into the pen
     while (i < bytes) {
+        if (!final && !first && !string_start && has_saved && !long_word) {
+            // Measuring: ASCII characters of the direct window that fit, in a
+            // tight loop doing what the steps below do for them; anything
+            // else goes on to the steps.
+            const glyph_t *glyphs = font->glyphs;
+            const u32 low = font->first_code_point;
+            while (i < bytes) {
+                const u32 b = text[i], distance = b - low;
+                if (b >= 0x80 || b == '\n' || b == '\r' || distance >= 256) break;
+                const u32 index = font->direct[distance];
+                const f32 w = layout_kerning_fast(font, kerning, previous, index, b) + glyphs[index].advance;
+                if (line_right + w > line_right_limit) break;
+                line_bytes += 1;
+                line_right += w;
+                pen_x += w;
+                previous = &glyphs[index];
+                i += 1;
+                if (layout_is_space(b)) {
+                    saved.position = i;
+                    saved.cursor_x = pen_x;
+                    saved.line_bytes = line_bytes;
+                }
+            }
+            if (i >= bytes) break;
+        }
         u32 size = 1;
         u32 c = layout_decode(text + i, end, &size);
         if (c == '\n' || c == '\r') {
