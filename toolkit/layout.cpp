@@ -685,7 +685,9 @@ void layout_text(layout_t *layout, layout_command_t *command, bool final) {
             // the bearing of its first character taken off.
             f32 word = 0;
             bool word_first = true;
-            for (u64 j = saved.position; j < bytes;) {
+            // Only whether it is wider counts: a word of megabytes is
+            // measured no further than the line's width.
+            for (u64 j = saved.position; j < bytes && word <= layout->line_width;) {
                 u32 n = 1;
                 u32 d = layout_decode(text + j, end, &n);
                 if (layout_is_space(d)) break;
