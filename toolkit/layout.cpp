@@ -328,6 +328,7 @@ void layout_invalidate(layout_t *layout) {
 }
 
 bool layout_is_settled(const layout_t *layout) {
+    if (layout->state == layout_state_record_again) return layout->dirty != 0; // cut short for a bar
     if (layout->state != layout_state_record) return false;
     bool taller = !(layout->flags & layout_flag_no_vertical_bar) && !layout->has_vertical_bar &&
                   layout->content_height - layout->margin.bottom > layout->height;

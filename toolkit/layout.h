@@ -193,7 +193,9 @@ bool layout_scroll_update(layout_t *layout, bool force);
 // get `dummy`.
 void layout_invalidate(layout_t *layout);
 // True in the first recording once the content has outgrown the box in a
-// direction whose bar isn't reserved yet: the recording will be repeated.
+// direction whose bar isn't reserved yet, and in a recording after a change
+// once it has outgrown the box's height without a vertical bar: the
+// recording will be repeated, so the view may stop it.
 bool layout_is_settled(const layout_t *layout);
 bool layout_wants_vertical_bar(const layout_t *layout);
 bool layout_wants_horizontal_bar(const layout_t *layout);
