@@ -5,7 +5,7 @@
 // link as one argument.
 #include "views/views_fixture.h"
 #include "views/view_helpers.h"
-#include "base/command_line.h"
+#include "os/os_process.h"
 
 #include <algorithm>
 #include <chrono>
@@ -184,26 +184,21 @@ TEST_F(links_test_t, HandEditedQueuesAndOverlongLinks) {
     EXPECT_FALSE(fs::exists(record));
 }
 
-TEST(command_line, SplitsByTheProgramsRules) {
-    struct row_t {
-        const char *line;
-        std::vector<std::string> words;
-    } rows[] = {
-        {"firefox --new-tab", {"firefox", "--new-tab"}},
-        {"\"/opt/my browser/run\"  -x\t-y", {"/opt/my browser/run", "-x", "-y"}},
-        {"a\\\\\"b c\"", {"a\\b c"}},
-        {"a\\\"b", {"a\"b"}},
-        {"C:\\dir\\file", {"C:\\dir\\file"}},
-        {"\"\" x", {"x"}},
-    };
-    for (const row_t &row : rows) {
-        u8 out[256];
-        char *words[8];
-        bool overflow;
-        u32 n = command_line_split((const u8 *)row.line, strlen(row.line), out, sizeof(out), words, 8, &overflow);
-        EXPECT_FALSE(overflow);
-        EXPECT_EQ(std::vector<std::string>(words, words + n), row.words) << row.line;
-    }
+TEST_F(links_test_t, TheDesktopsBrowserCommand) {
+    // A stand-in xdg-mime naming a desktop entry in a data folder of our own.
+    char command[2048];
+    std::ofstream(folder / "xdg-mime") << "#!/bin/sh\necho browser.desktop\n";
+    fs::permissions(folder / "xdg-mime", fs::perms::owner_all);
+    fs::create_directories(folder / "share" / "applications");
+    std::ofstream(folder / "share" / "applications" / "browser.desktop")
+        << "[Desktop Entry]\nName=Browser\nExec=/opt/browser/run --new-window %u\n[Desktop Action x]\nExec=other\n";
+    const char *old_home = getenv("XDG_DATA_HOME");
+    std::string saved = old_home ? old_home : "";
+    setenv("XDG_DATA_HOME", (folder / "share").c_str(), 1);
+    u64 n = os_default_browser_command(command, sizeof(command));
+    EXPECT_EQ(std::string(command, n), "/opt/browser/run --new-window %u");
+    if (old_home) setenv("XDG_DATA_HOME", saved.c_str(), 1);
+    else unsetenv("XDG_DATA_HOME");
 }
 
 } // namespace

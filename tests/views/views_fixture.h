@@ -7,9 +7,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
@@ -21,26 +18,8 @@
 #include "os/os_window.h"
 #include "toolkit/ui_state.h"
 #include "toolkit/widgets.h"
+#include "views/reading_fixture.h" // the application's faces, else fontconfig's
 #include "views/views.h"
-
-// The application's faces; without Verdana and Lucida Console, the system's
-// sans and monospace faces that fontconfig names.
-inline data_t views_font_file(const char *family, bool monospace) {
-    data_t file = font_file_load(family, monospace);
-    if (file.bytes) return file;
-    std::string command = std::string("fc-match -f '%{file}' '") + (monospace ? "monospace" : "sans") + "'";
-    FILE *pipe = popen(command.c_str(), "r");
-    char path[4096] = {};
-    size_t n = pipe ? fread(path, 1, sizeof(path) - 1, pipe) : 0;
-    if (pipe) pclose(pipe);
-    std::ifstream in(std::string(path, n), std::ios::binary);
-    std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    if (bytes.empty()) return data_t{};
-    file = data_virtual_alloc(bytes.size(), 0);
-    memcpy(file.bytes, bytes.data(), bytes.size());
-    file.used = bytes.size();
-    return file;
-}
 
 // A batch recording into memory, as the renderer makes it, without the GL
 // objects that only the flush needs.
@@ -89,8 +68,8 @@ struct views_fixture_t : ::testing::Test {
         static bool scratch_ready = false;
         if (!scratch_ready) scratch_block_init(0x500000);
         scratch_ready = true;
-        static data_t sans = views_font_file("Verdana", false);
-        static data_t mono = views_font_file("Lucida Console", true);
+        static data_t sans = reading_font_file("Verdana", false);
+        static data_t mono = reading_font_file("Lucida Console", true);
         ASSERT_NE(sans.bytes, nullptr) << "no sans face: install fonts-dejavu-core";
         r.code_points.count = code_point_list_start_count;
         font_set_create_application(&fonts, data_virtual_alloc(0x500000, 0), &sans, &mono, &r.code_points);
