@@ -315,6 +315,23 @@ TEST_F(list_test_t, SavingKeepsTheSelection) {
     std::filesystem::remove_all(folder);
 }
 
+TEST_F(list_test_t, TinyWindowsDrawEveryPanel) {
+    select(a, a1);
+    for (vec2 size : {vec2{1, 1}, vec2{40, 30}, vec2{300, 120}, vec2{700, 90}}) {
+        os_window_event_t resize = {};
+        resize.kind = os_input_resized;
+        resize.x = (i32)size.x;
+        resize.y = (i32)size.y;
+        frame({resize});
+        ASSERT_EQ(window.width, (i32)size.x);
+        for (u32 panel : {panel_content, panel_help, panel_add_feed, panel_links, panel_log}) {
+            state.panel = panel;
+            frame();
+            press(0x28);
+        }
+    }
+}
+
 TEST(view_list, KeepVisibleArithmetic) {
     auto stats = [](u32 feed_index, u32 entry_index, u32 entries_before, u32 *counts) {
         view_list_stats_t s = {};
@@ -351,3 +368,4 @@ TEST(view_list, KeepVisibleArithmetic) {
 }
 
 } // namespace
+
