@@ -448,6 +448,18 @@ static bool list_hit(ui_t *ui, ui_id_t id, vec4 rect) {
     return false;
 }
 
+// Whether an id is one of the list's: a feed's strip or an entry's row,
+// named by the record's address.
+static bool list_owns(reader_t *reader, ui_id_t id) {
+    const u8 *address = (const u8 *)id.slots[0];
+    const pool_t *pools[2] = {&reader->feeds, &reader->entries};
+    const u64 sizes[2] = {sizeof(feed_t), sizeof(entry_t)};
+    for (u32 i = 0; i < 2; i++)
+        if (address >= pools[i]->entries && address < pools[i]->entries + sizes[i] * pools[i]->max_entry_count)
+            return true;
+    return false;
+}
+
 // "[Deleted] ", "Updating… " and the title, fitted into `rect`, in white.
 static void list_label(app_context *context, vec4 rect, bool deleted, bool updating, data_t title, u32 font) {
     data_t *arena = &context->frame_memory;
@@ -469,6 +481,9 @@ void draw_left_panel(app_context *context, reader_t *reader, vec4 rect) {
     ui_t *ui = context->ui;
     view_state_t *state = context->view_state;
     view_set_clip(context, rect);
+    // A row pressed and gone before its release (an update replaced it)
+    // would hold the list's keys for ever: the press ends with the button.
+    if (list_owns(reader, ui->active) && !key_is_down(context->window, key_left_button)) ui_clear_active(ui);
     view_list_handle_keys(context, reader);
     view_list_stats_t stats = view_list_measure(context, reader, &context->frame_memory);
 

@@ -289,6 +289,15 @@ TEST_F(list_test_t, ClicksSelectAndBringTheContentBack) {
     click(on_title("A"));
     EXPECT_EQ(state.panel, (u32)panel_content);
     EXPECT_EQ(selection(), "A");
+    // A row pressed and gone before the release (an update replaced it)
+    // doesn't keep the list's keys.
+    vec2 on_c1 = on_title("c1");
+    frame({move(on_c1), button(on_c1, true)});
+    reader_delete_entry(&r.reader, c1, c);
+    select(c, c2);
+    frame({button(on_c1, false)});
+    press(0x26);
+    EXPECT_EQ(selection(), "A/a3");
 }
 
 TEST_F(list_test_t, BadTitlesDrawCut) {
