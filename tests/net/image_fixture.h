@@ -68,12 +68,6 @@ inline std::string test_png_claiming(unsigned width, unsigned height) {
     return png;
 }
 
-inline void test_resize(const u8 *source, u32 source_width, u32 source_height, u8 *destination, u32 *width,
-                        u32 *height, u32 channels, bool swap_red_blue, f32 gamma, u32 *error) {
-    image_resize(source, source_width, source_height, destination, width, height, channels, swap_red_blue, gamma,
-                 error);
-}
-
 // The cache of the process, set up afresh for each test and emptied after.
 struct test_image_cache_t {
     file_storage_t storage = {};
@@ -88,7 +82,7 @@ struct test_image_cache_t {
         file_storage_init(&storage, file_storage_reserve_size, file_storage_commit_step, file_storage_unit);
         thread_queue_init(queue.get(), 6);
         current = this;
-        image_queries_init(&storage, queue.get(), test_resize,
+        image_queries_init(&storage, queue.get(), image_resize,
                            [](u32 texture) { current->deleted_textures.push_back(texture); },
                            [](void *event) { os_event_signal((os_event_t *)event); }, woken);
     }
@@ -96,20 +90,22 @@ struct test_image_cache_t {
         thread_terminate(queue.get());
         for (auto &slot : image_cache.slots)
             if (image_query_state(&slot) != image_state_free) image_query_release(&slot);
-        image_queries_init(nullptr, nullptr, test_resize, nullptr, nullptr, nullptr); // no cache for later tests
+        image_queries_init(nullptr, nullptr, image_resize, nullptr, nullptr, nullptr); // no cache for later tests
         os_event_close(woken);
         data_virtual_free(&storage.memory);
         data_virtual_free(&storage.node_memory);
         current = nullptr;
     }
-    test_image_cache_t(const test_image_cache_t &) = delete;
-    test_image_cache_t &operator=(const test_image_cache_t &) = delete;
 
     // Until no worker holds the slot.
-    static void wait(const image_query_t *slot, os_event_t *event) {
-        while (__atomic_load_n(&slot->busy, __ATOMIC_ACQUIRE)) os_event_wait(event);
+    void wait(const image_query_t *slot) {
+        while (__atomic_load_n(&slot->busy, __ATOMIC_ACQUIRE)) os_event_wait(woken);
     }
-    void wait(const image_query_t *slot) { wait(slot, woken); }
+    static u32 slots_in_use() {
+        u32 n = 0;
+        for (auto &slot : image_cache.slots) n += image_query_state(&slot) != image_state_free;
+        return n;
+    }
 };
 
 inline data_t test_data(const std::string &text) { return data_t{text.size(), text.size(), (u8 *)text.data()}; }
