@@ -113,9 +113,7 @@ TEST(image_query, keys_eviction_and_release) {
 
     // A deleted entry's slots go at once when no worker holds them.
     image_queries_forget(9);
-    u32 in_use = 0;
-    for (auto &slot : image_cache.slots) in_use += image_query_state(&slot) != image_state_free;
-    EXPECT_EQ(in_use, 2u);
+    EXPECT_EQ(cache.slots_in_use(), 2u);
 }
 
 } // namespace
