@@ -147,11 +147,6 @@ struct picture_test_t : article_test_t {
         }
         return nullptr;
     }
-    static u32 slots_in_use() {
-        u32 n = 0;
-        for (auto &slot : image_cache.slots) n += image_query_state(&slot) != image_state_free;
-        return n;
-    }
 };
 
 TEST_F(picture_test_t, pictures_reach_the_column_or_say_why_not) {
@@ -184,10 +179,10 @@ TEST_F(picture_test_t, pictures_reach_the_column_or_say_why_not) {
     EXPECT_EQ(colour->colour_push.colour.y, 0);
 
     // The entry goes: its pictures with it.
-    EXPECT_EQ(slots_in_use(), 4u);
+    EXPECT_EQ(cache.slots_in_use(), 4u);
     state.selected_entry = nullptr;
     reader_delete_entry(&r.reader, entry, feed);
-    EXPECT_EQ(slots_in_use(), 0u);
+    EXPECT_EQ(cache.slots_in_use(), 0u);
 }
 
 TEST_F(picture_test_t, a_picture_that_brings_the_bar_leaves_room_for_it) {
