@@ -42,7 +42,6 @@ struct article_pixels_test_t : reading_fixture_t {
 
 TEST_F(article_pixels_test_t, a_fetched_picture_fills_its_box) {
     test_image_cache_t cache;
-    cache.deleted_textures.clear();
     test_server_t server([](const std::string &) { return test_response_t{200, test_png(40, 30, 4, 0xFF0000FF)}; });
     const std::string url = server.url("/red.png");
     feed_t *feed = r.rss_feed("http://example.org/feed", "Feed");
