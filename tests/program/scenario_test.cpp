@@ -55,12 +55,13 @@ void hold(const std::string &key) {
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
 }
 
-// A key held until `done` says it acted, pressed again up to five times.
+// A key, or the button when `key` is empty, held until `done` says it acted,
+// pressed again up to five times.
 template <typename test_t> bool hold_until(const std::string &key, test_t done, int seconds = 10) {
     for (int attempt = 0; attempt < 5; attempt++) {
-        xdotool("keydown " + key);
+        xdotool(key.empty() ? "mousedown 1" : "keydown " + key);
         bool acted = eventually(done, seconds);
-        xdotool("keyup " + key);
+        xdotool(key.empty() ? "mouseup 1" : "keyup " + key);
         if (acted) return true;
     }
     return false;
@@ -103,14 +104,7 @@ struct program_t {
         }
     }
     bool exited(int seconds) {
-        for (int i = 0; i < seconds * 20; i++) {
-            if (waitpid(pid, &status, WNOHANG) == pid) {
-                pid = -1;
-                return true;
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        }
-        return false;
+        return eventually([&] { return waitpid(pid, &status, WNOHANG) == pid && (pid = -1); }, seconds);
     }
     json_value_t dump() {
         bool ok = false;
@@ -156,13 +150,7 @@ TEST(Scenario, AddUpdateDeleteSaveAndClose) {
         std::string pixels = run_command("import -window " + window + " -crop 4x1+466+87 txt:- 2>/dev/null");
         return pixels.find("black") != std::string::npos;
     };
-    bool active = false;
-    for (int attempt = 0; attempt < 5 && !active; attempt++) {
-        xdotool("mousedown 1");
-        active = eventually(caret, 10);
-        xdotool("mouseup 1");
-    }
-    ASSERT_TRUE(active) << "the address field didn't take the click";
+    ASSERT_TRUE(hold_until("", caret)) << "the address field didn't take the click";
     std::string url = server.url("/feed.xml");
     xdotool("type --delay 20 '" + url + "'");
     ASSERT_TRUE(hold_until("Return", [&] { return requests >= 1; }, 30)) << "no request: the address didn't arrive";
