@@ -9,9 +9,24 @@ using namespace ui_test;
 
 namespace {
 
+struct dropdown_t {
+    std::vector<data_t> items;
+    u64 selected;
+    vec4 rect;
+    ui_id_t id = ui_id_from_value(0x1234);
+    ui_id_t row(u64 index) const { return ui_id_child(ui_id_child(id, ui_part_list), (i64)index + 1); }
+};
+
 struct widgets_test_t : ui_fixture_t {
     // A key pressed in this frame even when it was down in the last one.
     static std::vector<os_window_event_t> tap(u32 virtual_key) { return {key(virtual_key, false), key(virtual_key)}; }
+    // A dropdown of one line's height at (10, 200); call() is its frame's widget call.
+    dropdown_t dropdown(std::vector<data_t> items, u64 selected) {
+        return {items, selected, vec4{10, 200, 150, 200 + ceilf(ui_dropdown_size(&ui, &ui_theme.dropdown, 0).y)}};
+    }
+    std::function<void()> call(dropdown_t &d) {
+        return [&] { ui_dropdown(&ui, d.id, d.rect, d.items.data(), d.items.size(), &d.selected, 0); };
+    }
 };
 
 TEST_F(widgets_test_t, ACheckBoxFlipsOnceAtTheRelease) {
@@ -37,20 +52,10 @@ TEST_F(widgets_test_t, AHugeLabelCostsItsWidthOnly) {
     EXPECT_LT(frame_memory.used, 8192u);
 }
 
-struct dropdown_t {
-    std::vector<data_t> items;
-    u64 selected;
-    vec4 rect;
-    ui_id_t id = ui_id_from_value(0x1234);
-    ui_id_t row(u64 index) const { return ui_id_child(ui_id_child(id, ui_part_list), (i64)index + 1); }
-};
-
 TEST_F(widgets_test_t, DropdownKeysWrapAndEnterChooses) {
-    dropdown_t d = {{data_literal("zero"), data_literal("one"), data_literal("two"), data_literal("three"),
-                     data_literal("four")},
-                    2};
-    d.rect = vec4{10, 200, 150, 200 + ceilf(ui_dropdown_size(&ui, &ui_theme.dropdown, 0).y)};
-    auto call = [&] { ui_dropdown(&ui, d.id, d.rect, d.items.data(), d.items.size(), &d.selected, 0); };
+    dropdown_t d = dropdown({data_literal("zero"), data_literal("one"), data_literal("two"), data_literal("three"),
+                             data_literal("four")}, 2);
+    auto call = this->call(d);
 
     frame({press(20, 205)}, call);
     ASSERT_TRUE(ui.popup_open);
@@ -74,9 +79,8 @@ TEST_F(widgets_test_t, DropdownKeysWrapAndEnterChooses) {
 }
 
 TEST_F(widgets_test_t, DropdownClicks) {
-    dropdown_t d = {{data_literal("zero"), data_literal("one"), data_literal("two")}, 0};
-    d.rect = vec4{10, 200, 150, 200 + ceilf(ui_dropdown_size(&ui, &ui_theme.dropdown, 0).y)};
-    auto call = [&] { ui_dropdown(&ui, d.id, d.rect, d.items.data(), d.items.size(), &d.selected, 0); };
+    dropdown_t d = dropdown({data_literal("zero"), data_literal("one"), data_literal("two")}, 0);
+    auto call = this->call(d);
     const f32 item = ceilf(line_height() + 2);
     const i32 row_1 = (i32)(d.rect.y - 1 - 3 - item * 1.5f);
 
@@ -114,17 +118,16 @@ TEST_F(widgets_test_t, DropdownClicks) {
 
     // Without items the list is its border and padding.
     dropdown_t empty = {{}, 0, d.rect, ui_id_from_value(0x5678)};
-    frame({press(20, 205)}, [&] { ui_dropdown(&ui, empty.id, empty.rect, nullptr, 0, &empty.selected, 0); });
+    frame({press(20, 205)}, this->call(empty));
     EXPECT_EQ(rect_height(ui.popup_rect), 6);
 }
 
 TEST_F(widgets_test_t, ALongListOpensOnTheSelectedRowInTheMiddle) {
     std::vector<std::string> names;
     for (int i = 0; i < 100; ++i) names.push_back("item " + std::to_string(i));
-    dropdown_t d = {{}, 50};
+    dropdown_t d = dropdown({}, 50);
     for (const std::string &n : names) d.items.push_back(data_t{n.size(), n.size(), (u8 *)n.data()});
-    d.rect = vec4{10, 200, 150, 200 + ceilf(ui_dropdown_size(&ui, &ui_theme.dropdown, 0).y)};
-    auto call = [&] { ui_dropdown(&ui, d.id, d.rect, d.items.data(), d.items.size(), &d.selected, 0); };
+    auto call = this->call(d);
     frame({press(20, 205)}, call);
     ASSERT_TRUE(ui.popup_open);
     EXPECT_EQ(ui.popup_rect.y, 0); // cut by the screen below, still taller than above
@@ -146,16 +149,16 @@ TEST_F(widgets_test_t, ALongListOpensOnTheSelectedRowInTheMiddle) {
     EXPECT_EQ(d.selected, 50u);
 }
 
+// Steps land on rows: up from a row's start goes a whole row, down never past the end.
 TEST(ScrollSteps, RowsAndPages) {
     struct {
+        bool down;
         f64 value, lines, expected;
-    } up[] = {{45, 1, 40}, {40, 1, 20}, {40.3, 1, 20}, {100, 3, 40}, {0.3, 1, 0}};
-    for (const auto &r : up) EXPECT_EQ(scroll_step_up(r.value, 20, 1000, (u32)r.lines), r.expected) << r.value;
-    struct {
-        f64 value, lines, expected;
-    } down[] = {{0, 1, 20}, {10, 1, 20}, {0, 3, 60}, {990, 1, 1000}};
-    for (const auto &r : down)
-        EXPECT_EQ(scroll_step_down(r.value, 100, 20, 1000, (u32)r.lines), r.expected) << r.value;
+    } rows[] = {{0, 45, 1, 40}, {0, 40, 1, 20}, {0, 40.3, 1, 20}, {0, 100, 3, 40}, {0, 0.3, 1, 0},
+                {1, 0, 1, 20},  {1, 10, 1, 20}, {1, 0, 3, 60},    {1, 990, 1, 1000}};
+    for (const auto &r : rows)
+        EXPECT_EQ(r.down ? scroll_step_down(r.value, 100, 20, 1000, (u32)r.lines)
+                         : scroll_step_up(r.value, 20, 1000, (u32)r.lines), r.expected) << r.value;
 }
 
 TEST_F(widgets_test_t, ScrollBarParts) {
