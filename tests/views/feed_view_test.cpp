@@ -87,16 +87,13 @@ TEST_F(feed_view_test_t, the_dropdown_picks_the_link_configuration) {
     select(feed, nullptr);
     frame();
     EXPECT_EQ(meta->link_configuration, &r.reader.link_configurations[0]); // written back once shown
-    // Open the list, then Down and Enter.
+    // Open the list, then Down and Enter, each down in a frame and up in the next.
     click_box(5);
-    os_window_event_t down = {os_input_key, 0x28, 0x50, os_key_down | os_key_extended};
-    os_window_event_t down_up = {os_input_key, 0x28, 0x50, os_key_extended};
-    frame({down});
-    frame({down_up});
-    os_window_event_t enter = {os_input_key, 0x0D, 0x1C, os_key_down};
-    os_window_event_t enter_up = {os_input_key, 0x0D, 0x1C, 0};
-    frame({enter});
-    frame({enter_up});
+    for (os_window_event_t key : {os_window_event_t{os_input_key, 0x28, 0x50, os_key_down | os_key_extended},
+                                  os_window_event_t{os_input_key, 0x28, 0x50, os_key_extended},
+                                  os_window_event_t{os_input_key, 0x0D, 0x1C, os_key_down},
+                                  os_window_event_t{os_input_key, 0x0D, 0x1C, 0}})
+        frame({key});
     EXPECT_EQ(meta->link_configuration, &r.reader.link_configurations[1]);
 }
 
