@@ -65,9 +65,7 @@ struct views_fixture_t : ::testing::Test {
     memory_batch_t popup_icons{gl_batch_kind_rectangles, gl_vertex_format(2, true, true, 2)};
 
     void SetUp() override {
-        static bool scratch_ready = false;
-        if (!scratch_ready) scratch_block_init(0x500000);
-        scratch_ready = true;
+        [[maybe_unused]] static bool scratch_ready = (scratch_block_init(0x500000), true);
         static data_t sans = reading_font_file("Verdana", false);
         static data_t mono = reading_font_file("Lucida Console", true);
         ASSERT_NE(sans.bytes, nullptr) << "no sans face: install fonts-dejavu-core";
@@ -122,11 +120,7 @@ struct views_fixture_t : ::testing::Test {
     }
 
     static os_window_event_t key(u32 virtual_key, bool down) {
-        os_window_event_t e = {};
-        e.kind = os_input_key;
-        e.virtual_key = virtual_key;
-        e.flags = down ? os_key_down : 0;
-        return e;
+        return {.kind = os_input_key, .virtual_key = virtual_key, .flags = down ? (u32)os_key_down : 0u};
     }
     static os_window_event_t typed(const std::string &s) {
         os_window_event_t e = {};
@@ -137,18 +131,11 @@ struct views_fixture_t : ::testing::Test {
     }
     // Pointer events at window pixels, y up.
     os_window_event_t move(vec2 p) const {
-        os_window_event_t e = {};
-        e.kind = os_input_mouse_move;
-        e.x = (i32)p.x;
-        e.y = window_height - 1 - (i32)p.y;
-        return e;
+        return {.kind = os_input_mouse_move, .x = (i32)p.x, .y = window_height - 1 - (i32)p.y};
     }
     os_window_event_t button(vec2 p, bool down) const {
-        os_window_event_t e = move(p);
-        e.kind = os_input_button;
-        e.button = 1;
-        e.flags = down ? os_key_down : 0;
-        return e;
+        return {.kind = os_input_button, .flags = down ? (u32)os_key_down : 0u, .button = 1, .x = (i32)p.x,
+                .y = window_height - 1 - (i32)p.y};
     }
     // A key pressed in one frame and released in the next, Shift held around
     // it when asked.
