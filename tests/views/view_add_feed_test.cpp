@@ -50,6 +50,11 @@ struct add_feed_test_t : views_fixture_t {
         EXPECT_TRUE(find_text(label, &t)) << label;
         return vec2{t.position.x + 20, t.position.y - 18};
     }
+    // Enter down in one frame, with its character, and up in the next.
+    void enter() {
+        frame({key(0x0D, true), typed("\r")});
+        frame({key(0x0D, false)});
+    }
     std::vector<std::string> urls() {
         std::vector<std::string> out;
         for (feed_t *feed : engine.feeds()) out.emplace_back((const char *)feed->url.bytes, feed->url.used);
@@ -61,11 +66,10 @@ TEST_F(add_feed_test_t, AnAddressTypedAndEnteredBecomesAFeedInTheList) {
     frame();
     click(field_under("URL to a RSS"));
     type(server.url("/first"));
-    frame({key(0x0D, true), typed("\r")});
-    frame({key(0x0D, false)});
+    enter();
     settle();
     EXPECT_EQ(urls(), std::vector<std::string>{server.url("/first")});
-    EXPECT_EQ(std::string((const char *)state.add_feed_url.bytes, state.add_feed_url.used), server.url("/first"));
+    EXPECT_EQ(text_of(state.add_feed_url), server.url("/first"));
     EXPECT_EQ(r.reader.generation, 1u);
     frame();
     EXPECT_TRUE(find_text("first 0"));
@@ -75,7 +79,7 @@ TEST_F(add_feed_test_t, AnAddressTypedAndEnteredBecomesAFeedInTheList) {
 TEST_F(add_feed_test_t, AFailedFetchOpensTheLog) {
     // A port nobody listens on: the connection is refused.
     std::string missing = "http://127.0.0.1:1/feed";
-    data_t url = {missing.size(), missing.size(), (u8 *)missing.data()};
+    data_t url = view_of(missing);
     feed_query_add_url(&engine.context, &r.reader, &url);
     settle();
     EXPECT_EQ(state.panel, (u32)panel_log);
@@ -89,15 +93,10 @@ TEST_F(add_feed_test_t, ListFileExportAndImport) {
     std::ofstream(folder / "list.txt", std::ios::binary)
         << "  " << server.url("/one") << "\r\n\r\n\t" << server.url("/two") << "\r\n" << server.url("/three");
     std::string path = (folder / "list.txt").string();
-    memcpy(state.add_feed_import_path.bytes, path.data(), path.size());
-    state.add_feed_import_path.used = path.size();
+    data_push_raw(&state.add_feed_import_path, path.data(), path.size());
     frame();
-    drawn_text_t label;
-    ASSERT_TRUE(find_text("Path to a text file containing", &label));
-    frame({move(field_under("Path to a text file containing")), button(field_under("Path to a text file containing"), true)});
-    frame({button(field_under("Path to a text file containing"), false)});
-    frame({key(0x0D, true), typed("\r")});
-    frame({key(0x0D, false)});
+    click(field_under("Path to a text file containing"));
+    enter();
     settle();
     std::vector<std::string> expected = {server.url("/one"), server.url("/two"), server.url("/three")};
     EXPECT_EQ(urls(), expected);
@@ -109,13 +108,13 @@ TEST_F(add_feed_test_t, ListFileExportAndImport) {
     data_push_raw(&context.desktop_folder, desktop.data(), desktop.size());
     click(on_text("Export"));
     std::string written = (folder / "list.txt").string();
-    EXPECT_EQ(std::string((const char *)state.add_feed_export_path.bytes, state.add_feed_export_path.used), written);
+    EXPECT_EQ(text_of(state.add_feed_export_path), written);
     std::ifstream in(written);
     std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
     EXPECT_EQ(text, expected[0] + "\n" + expected[1] + "\n" + expected[2] + "\n");
 
     // Read back, the list names the same feeds and adds none.
-    data_t list = {written.size(), written.size(), (u8 *)written.data()};
+    data_t list = view_of(written);
     feed_query_add_list(&engine.context, &r.reader, &list);
     settle();
     EXPECT_EQ(urls(), expected);
@@ -126,7 +125,7 @@ TEST_F(add_feed_test_t, FilesThatAreNoListsAddNothingHarmful) {
     for (int i = 0; i < 4096; i++) garbage += (char)((i * 7919) % 256);
     std::ofstream(folder / "garbage.bin", std::ios::binary) << garbage;
     std::string path = (folder / "garbage.bin").string();
-    data_t list = {path.size(), path.size(), (u8 *)path.data()};
+    data_t list = view_of(path);
     feed_query_add_list(&engine.context, &r.reader, &list);
     settle();
     EXPECT_TRUE(urls().empty());
@@ -134,8 +133,7 @@ TEST_F(add_feed_test_t, FilesThatAreNoListsAddNothingHarmful) {
 
     // An export into a folder that doesn't exist fails quietly.
     std::string missing = (folder / "no" / "such" / "list.txt").string();
-    memcpy(state.add_feed_export_path.bytes, missing.data(), missing.size());
-    state.add_feed_export_path.used = missing.size();
+    data_push_raw(&state.add_feed_export_path, missing.data(), missing.size());
     EXPECT_FALSE(view_export_list(&context, &r.reader, &state.add_feed_export_path));
 }
 
