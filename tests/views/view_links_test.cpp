@@ -54,11 +54,11 @@ struct links_test_t : views_fixture_t {
         views_fixture_t::TearDown();
     }
     void set_executable(const std::string &line) {
-        data_t text = {line.size(), line.size(), (u8 *)line.data()};
+        data_t text = view_of(line);
         view_store_text(&context, &configuration->executable, &text);
     }
     void open(const std::string &link) {
-        data_t d = {link.size(), link.size(), (u8 *)link.data()};
+        data_t d = view_of(link);
         view_open_link(&context, &r.reader, feed, &d);
     }
     // The starts recorded so far, once `count` of them have ended.
@@ -79,13 +79,12 @@ struct links_test_t : views_fixture_t {
         }
         return out;
     }
-    std::string queue() const {
-        return std::string((const char *)configuration->queued_links.bytes, configuration->queued_links.used);
-    }
+    std::string quoted_script() const { return "\"" + script.string() + "\""; }
+    std::string queue() const { return text_of(configuration->queued_links); }
 };
 
 TEST_F(links_test_t, EachLinkIsOneArgumentAndNothingInItRuns) {
-    set_executable("\"" + script.string() + "\" --new-tab");
+    set_executable(quoted_script() + " --new-tab");
     std::string nasty = "http://x/a b\"c';d$(touch " + canary.string() + ")`touch " + canary.string() + "`&e|f>g";
     open("http://example.com/one");
     open(nasty);
@@ -98,7 +97,7 @@ TEST_F(links_test_t, EachLinkIsOneArgumentAndNothingInItRuns) {
 }
 
 TEST_F(links_test_t, AQueueFillsCountsAndOpensInOneStart) {
-    set_executable("\"" + script.string() + "\"");
+    set_executable(quoted_script());
     configuration->queue_links = 1;
     for (const char *link : {"http://a/1", "http://a/2", "http://a/3"}) open(link);
     EXPECT_EQ(queue(), "http://a/1 http://a/2 http://a/3");
@@ -134,7 +133,7 @@ TEST_F(links_test_t, WithoutAnExecutableTheSystemHandlerGetsOneArgument) {
 }
 
 TEST_F(links_test_t, QueueRowsOpenAndRemove) {
-    set_executable("\"" + script.string() + "\"");
+    set_executable(quoted_script());
     configuration->queue_links = 1;
     for (const char *link : {"http://a/1", "http://a/2", "http://a/3"}) open(link);
     state.panel = panel_links;
@@ -165,7 +164,7 @@ TEST_F(links_test_t, QueueRowsOpenAndRemove) {
 TEST_F(links_test_t, HandEditedQueuesAndOverlongLinks) {
     // Empty words are no links; removing one closes the gap.
     std::string edited = "  http://a/1   http://a/2  ";
-    data_t text = {edited.size(), edited.size(), (u8 *)edited.data()};
+    data_t text = view_of(edited);
     view_store_text(&context, &configuration->queued_links, &text);
     configuration->queue_links = 1;
     EXPECT_EQ(links_count(configuration), 2u);
@@ -175,10 +174,10 @@ TEST_F(links_test_t, HandEditedQueuesAndOverlongLinks) {
     EXPECT_EQ(links_count(configuration), 1u);
 
     // A link past the command-line limit is refused and said in the main log.
-    set_executable("\"" + script.string() + "\"");
+    set_executable(quoted_script());
     u64 mark = log_main_mark();
     std::string huge = "http://a/" + std::string(20000, 'x');
-    data_t link = {huge.size(), huge.size(), (u8 *)huge.data()};
+    data_t link = view_of(huge);
     EXPECT_FALSE(link_open(&link, configuration));
     EXPECT_NE(log_main_since(mark).find("Link not opened"), std::string::npos);
     EXPECT_FALSE(fs::exists(record));
