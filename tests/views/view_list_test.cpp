@@ -39,11 +39,7 @@ struct list_test_t : views_fixture_t {
     }
     std::string name(const feed_t *feed, const entry_t *entry) const {
         std::string out = feed == a ? "A" : feed == b ? "B" : feed == c ? "C" : feed ? "?" : "-";
-        if (entry) {
-            data_t title = entry_get_title(entry);
-            out += "/" + std::string((const char *)title.bytes, title.used);
-        }
-        return out;
+        return entry ? out + "/" + text_of(entry_get_title(entry)) : out;
     }
     // A point on a feed's strip or an entry's row, found by its drawn title.
     vec2 on_title(const std::string &title) const {
@@ -229,7 +225,7 @@ TEST_F(list_test_t, HInATextFieldTogglesShowEmptyButAStaysText) {
     ASSERT_TRUE(ui_any_active(&ui));
     u32 minimum = state.generation_minimum;
     type("ha");
-    EXPECT_EQ(std::string((const char *)state.add_feed_url.bytes, state.add_feed_url.used), "ha");
+    EXPECT_EQ(text_of(state.add_feed_url), "ha");
     EXPECT_EQ(state.show_empty, 1u);
     EXPECT_EQ(state.generation_minimum, minimum);
     // F keys act while the field is being edited.
@@ -284,7 +280,7 @@ TEST_F(list_test_t, ClicksSelectAndBringTheContentBack) {
     EXPECT_EQ(selection(), "C/c2");
     click(on_title("A"));
     EXPECT_EQ(selection(), "A");
-    EXPECT_EQ(std::string((const char *)state.feed_url_text.bytes, state.feed_url_text.used), "http://a/");
+    EXPECT_EQ(text_of(state.feed_url_text), "http://a/");
     state.panel = panel_help;
     click(on_title("A"));
     EXPECT_EQ(state.panel, (u32)panel_content);
@@ -327,11 +323,7 @@ TEST_F(list_test_t, SavingKeepsTheSelection) {
 TEST_F(list_test_t, TinyWindowsDrawEveryPanel) {
     select(a, a1);
     for (vec2 size : {vec2{1, 1}, vec2{40, 30}, vec2{300, 120}, vec2{700, 90}}) {
-        os_window_event_t resize = {};
-        resize.kind = os_input_resized;
-        resize.x = (i32)size.x;
-        resize.y = (i32)size.y;
-        frame({resize});
+        frame({os_window_event_t{.kind = os_input_resized, .x = (i32)size.x, .y = (i32)size.y}});
         ASSERT_EQ(window.width, (i32)size.x);
         for (u32 panel : {panel_content, panel_help, panel_add_feed, panel_links, panel_log}) {
             state.panel = panel;
@@ -342,15 +334,6 @@ TEST_F(list_test_t, TinyWindowsDrawEveryPanel) {
 }
 
 TEST(view_list, KeepVisibleArithmetic) {
-    auto stats = [](u32 feed_index, u32 entry_index, u32 entries_before, u32 *counts) {
-        view_list_stats_t s = {};
-        s.selected_feed_index = feed_index;
-        s.selected_feed_slot = 0;
-        s.selected_entry_index = entry_index;
-        s.entries_before_selected_feed = entries_before;
-        s.feed_entry_counts = counts;
-        return s;
-    };
     u32 counts[1] = {10};
     struct row_t {
         u32 feed_index, entry_index, before;
@@ -370,7 +353,11 @@ TEST(view_list, KeepVisibleArithmetic) {
         {1, view_none, 3, false, 500, 28 + 60},
     };
     for (const row_t &row : rows) {
-        view_list_stats_t s = stats(row.feed_index, row.entry_index, row.before, counts);
+        view_list_stats_t s = {};
+        s.selected_feed_index = row.feed_index;
+        s.selected_entry_index = row.entry_index;
+        s.entries_before_selected_feed = row.before;
+        s.feed_entry_counts = counts;
         EXPECT_EQ(view_list_keep_visible(row.scroll, 400, &s, row.entry), row.expected)
             << row.feed_index << "/" << row.entry_index;
     }
