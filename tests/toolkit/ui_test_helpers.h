@@ -24,28 +24,22 @@ namespace ui_test {
 // The file the program loads for a family: the family itself, else the
 // default face of its kind.
 inline data_t font_file(const std::string &family, bool mono) {
-    static std::vector<std::vector<u8>> files;
+    static std::vector<std::string> files;
     const std::string style = std::string(":outline=true:weight=regular:slant=roman") + (mono ? ":spacing=mono" : "");
-    std::string path;
     for (const std::string &wanted : {family, std::string(mono ? "monospace" : "sans-serif")}) {
-        std::string command = "fc-match -f '%{family[0]}|%{file}' '" + wanted + style + "'";
-        FILE *pipe = popen(command.c_str(), "r");
-        if (!pipe) break;
+        FILE *pipe = popen(("fc-match -f '%{family[0]}|%{file}' '" + wanted + style + "'").c_str(), "r");
         char line[4096] = {};
-        size_t n = fread(line, 1, sizeof(line) - 1, pipe);
-        pclose(pipe);
-        std::string answer(line, n);
-        size_t bar = answer.find('|');
-        if (bar == std::string::npos) continue;
-        if (wanted != family || strcasecmp(answer.substr(0, bar).c_str(), family.c_str()) == 0) {
-            path = answer.substr(bar + 1);
-            break;
-        }
+        const std::string answer(line, pipe ? fread(line, 1, sizeof(line) - 1, pipe) : 0);
+        if (pipe) pclose(pipe);
+        const size_t bar = answer.find('|');
+        if (bar == std::string::npos ||
+            (wanted == family && strcasecmp(answer.substr(0, bar).c_str(), family.c_str()) != 0))
+            continue;
+        std::ifstream in(answer.substr(bar + 1), std::ios::binary);
+        files.emplace_back(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+        return data_t{files.back().size(), files.back().size(), (u8 *)files.back().data()};
     }
-    std::ifstream in(path, std::ios::binary);
-    files.reserve(8);
-    files.emplace_back(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-    return data_t{files.back().size(), files.back().size(), files.back().data()};
+    return data_t{};
 }
 
 inline font_set_t *fonts() {
@@ -114,6 +108,9 @@ struct ui_fixture_t : ::testing::Test {
         ASSERT_EQ(fonts()->font_count, 4);
         window_handle_messages(&window, 0); // whatever an earlier test left queued
         input_clear_keys(&window);
+        fresh_ui();
+    }
+    void fresh_ui() {
         ui = ui_create(&frame_memory, &window);
         ui.font_set = fonts();
     }
