@@ -85,8 +85,7 @@ TEST_F(text_edit_test_t, EditingSequences) {
     };
     for (const row_t &r : rows) {
         field_t f(r.start, r.reserved);
-        ui = ui_create(&frame_memory, &window);
-        ui.font_set = fonts();
+        fresh_ui();
         state()->caret = r.caret, state()->anchor = r.anchor;
         for (const auto &events : r.frames) edit(f, events);
         EXPECT_EQ(f.str(), r.text) << r.start;
@@ -137,8 +136,7 @@ TEST_F(text_edit_test_t, PasteAndCopy) {
     };
     for (const auto &r : rows) {
         field_t f(r.start, r.reserved);
-        ui = ui_create(&frame_memory, &window);
-        ui.font_set = fonts();
+        fresh_ui();
         state()->caret = r.caret, state()->anchor = r.anchor;
         clipboard(r.clip);
         edit(f, keys({vk_control}, vk_v));
