@@ -188,4 +188,10 @@ struct views_fixture_t : ::testing::Test {
         EXPECT_TRUE(find_text(prefix, &t)) << prefix;
         return vec2{t.position.x + 4, t.position.y + 4};
     }
+    // A point inside the field standing under a drawn label.
+    vec2 field_under(const std::string &label) const {
+        drawn_text_t t;
+        EXPECT_TRUE(find_text(label, &t)) << label;
+        return vec2{t.position.x + 20, t.position.y - 18};
+    }
 };
