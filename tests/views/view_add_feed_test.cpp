@@ -44,12 +44,6 @@ struct add_feed_test_t : views_fixture_t {
         frame();
         ASSERT_EQ(feed_query_busy_count(engine.slots.data(), engine.slots.size()), 0u);
     }
-    // A point inside the field standing under a drawn label.
-    vec2 field_under(const std::string &label) {
-        drawn_text_t t;
-        EXPECT_TRUE(find_text(label, &t)) << label;
-        return vec2{t.position.x + 20, t.position.y - 18};
-    }
     // Enter down in one frame, with its character, and up in the next.
     void enter() {
         frame({key(0x0D, true), typed("\r")});
