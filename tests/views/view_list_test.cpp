@@ -203,9 +203,8 @@ TEST_F(list_test_t, GenerationButtonsAndKeys) {
 }
 
 TEST_F(list_test_t, AnEmptyReaderTakesEveryKey) {
-    test_reader_t &reader = r;
-    for (feed_t *feed : {a, b, c}) reader_delete_feed(&reader.reader, feed);
-    reader.reader.generation = 0;
+    for (feed_t *feed : {a, b, c}) reader_delete_feed(&r.reader, feed);
+    r.reader.generation = 0;
     new_run();
     state.panel = panel_content;
     for (u32 k : {vk_up, vk_down, vk_page_up, vk_page_down, vk_home, vk_end, vk_delete, vk_return, vk_backspace})
@@ -219,9 +218,7 @@ TEST_F(list_test_t, AnEmptyReaderTakesEveryKey) {
 TEST_F(list_test_t, HInATextFieldTogglesShowEmptyButAStaysText) {
     state.panel = panel_add_feed;
     frame();
-    drawn_text_t label;
-    ASSERT_TRUE(find_text("URL to a RSS", &label));
-    click(vec2{label.position.x + 20, label.position.y - 18}); // the field under its label
+    click(field_under("URL to a RSS"));
     ASSERT_TRUE(ui_any_active(&ui));
     u32 minimum = state.generation_minimum;
     type("ha");
