@@ -449,14 +449,16 @@ static bool list_hit(ui_t *ui, ui_id_t id, vec4 rect) {
 }
 
 // Whether an id is one of the list's: a feed's strip or an entry's row,
-// named by the record's address.
+// named by the record's address. Other views name their links by a field
+// inside a record (an entry's link or enclosure), which is not a record's
+// start.
 static bool list_owns(reader_t *reader, ui_id_t id) {
     const u8 *address = (const u8 *)id.slots[0];
     const pool_t *pools[2] = {&reader->feeds, &reader->entries};
     const u64 sizes[2] = {sizeof(feed_t), sizeof(entry_t)};
     for (u32 i = 0; i < 2; i++)
         if (address >= pools[i]->entries && address < pools[i]->entries + sizes[i] * pools[i]->max_entry_count)
-            return true;
+            return (u64)(address - pools[i]->entries) % sizes[i] == 0;
     return false;
 }
 

@@ -200,4 +200,19 @@ TEST_F(links_test_t, TheDesktopsBrowserCommand) {
     else unsetenv("XDG_DATA_HOME");
 }
 
+TEST_F(links_test_t, TheEntryHeaderLinksClickInTheWholeWindow) {
+    // The list runs first in a frame and must not take the header's links,
+    // named by fields inside the entry record, for rows of its own.
+    entry_t *entry = r.rss_entry(feed, "E", "http://f/e", date_t{});
+    entry->rss.enclosure_url = r.add("http://f/e.mp3");
+    configuration->queue_links = 1;
+    state.panel = panel_content;
+    state.selected_feed = feed;
+    state.selected_entry = entry;
+    frame();
+    click(on_text("Queue article"));
+    click(on_text("e.mp3"));
+    EXPECT_EQ(queue(), "http://f/e http://f/e.mp3");
+}
+
 } // namespace
