@@ -123,9 +123,7 @@ struct views_fixture_t : ::testing::Test {
         return {.kind = os_input_key, .virtual_key = virtual_key, .flags = down ? (u32)os_key_down : 0u};
     }
     static os_window_event_t typed(const std::string &s) {
-        os_window_event_t e = {};
-        e.kind = os_input_text;
-        e.text_size = (u32)s.size();
+        os_window_event_t e = {.kind = os_input_text, .text_size = (u32)s.size()};
         memcpy(e.text, s.data(), s.size());
         return e;
     }
