@@ -397,17 +397,6 @@ gl_batch_t *view_image_batch(app_context *context) {
     return nullptr;
 }
 
-void view_layout_clip(app_context *context, vec4 rect) {
-    ui_t *ui = context->ui;
-    ui_set_clip(ui, rect);
-    i32 x = (i32)rect.x, y = (i32)rect.y;
-    i32 width = (i32)(rect.z - rect.x), height = (i32)(rect.w - rect.y);
-    if (width < 0) width = 0;
-    if (height < 0) height = 0;
-    gl_batch_t *batches[4] = {ui->rectangles, ui->text, ui->icons, view_image_batch(context)};
-    for (gl_batch_t *batch : batches)
-        if (batch) gl_batch_scissor(batch, true, x, y, width, height);
-}
 
 void view_layout_render(app_context *context, view_state_t *state, layout_t *layout) {
     assert_message(layout->state == layout_state_done, "A layout is drawn before its passes ended.");

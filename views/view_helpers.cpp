@@ -1,5 +1,6 @@
 // view_helpers.cpp - small pieces the views share.
 #include "views/view_helpers.h"
+#include "views/view_article.h"
 #include "net/file_storage.h"
 
 f32 view_baseline(const font_t *font, vec4 rect) {
@@ -17,17 +18,22 @@ void view_text_fitted(app_context *context, gl_batch_t *batch, vec4 rect, data_t
     if (fitted.used) gl_batch_text(batch, fitted.bytes, fitted.used, 0, rect.x, view_baseline(f, rect), true, font, colour);
 }
 
-void view_set_clip(app_context *context, vec4 rect) {
+// The toolkit's clip and the scissor of its batches, and of the pictures'
+// batch when asked.
+static void view_clip_batches(app_context *context, vec4 rect, bool images) {
     ui_t *ui = context->ui;
     ui_set_clip(ui, rect);
     i32 x = (i32)rect.x, y = (i32)rect.y;
     i32 width = (i32)(rect.z - rect.x), height = (i32)(rect.w - rect.y);
     if (width < 0) width = 0;
     if (height < 0) height = 0;
-    gl_batch_t *batches[3] = {ui->rectangles, ui->text, ui->icons};
+    gl_batch_t *batches[4] = {ui->rectangles, ui->text, ui->icons, images ? view_image_batch(context) : nullptr};
     for (gl_batch_t *batch : batches)
         if (batch) gl_batch_scissor(batch, true, x, y, width, height);
 }
+
+void view_set_clip(app_context *context, vec4 rect) { view_clip_batches(context, rect, false); }
+void view_layout_clip(app_context *context, vec4 rect) { view_clip_batches(context, rect, true); }
 
 u32 view_text_edit_stored(app_context *context, ui_id_t id, vec4 rect, data_t *stored, u64 capacity, u32 font) {
     u8 buffer[1024];
