@@ -577,6 +577,16 @@ void layout_text(layout_t *layout, layout_command_t *command, bool final) {
     const u8 *end = text + bytes;
     u64 i = 0;
     bool string_start = true; // the first character kerns with the string before into the pen
+    // The last place where a break may fall: the pen, the line and the open segment as they stand.
+    auto save_break = [&]() {
+        saved.position = i;
+        saved.cursor_x = pen_x;
+        saved.line_bytes = line_bytes;
+        saved.segment_count = segment_count;
+        saved.segment_open = segment != nullptr;
+        if (segment) saved.segment = *segment;
+        has_saved = true;
+    };
     while (i < bytes) {
         if (!final && !first && !string_start && has_saved && !long_word) {
             // Measuring: ASCII characters of the direct window that fit, in a
@@ -630,15 +640,7 @@ void layout_text(layout_t *layout, layout_command_t *command, bool final) {
             w = kern + glyph->advance;
         }
         string_start = false;
-        if (!has_saved) {
-            saved.position = i;
-            saved.cursor_x = pen_x;
-            saved.line_bytes = line_bytes;
-            saved.segment_count = segment_count;
-            saved.segment_open = segment != nullptr;
-            if (segment) saved.segment = *segment;
-            has_saved = true;
-        }
+        if (!has_saved) save_break();
         if (line_right + w <= line_right_limit) {
             if (final) {
                 f32 vx = pen_x - scroll_x, vy = pen_y - scroll_y;
@@ -669,15 +671,7 @@ void layout_text(layout_t *layout, layout_command_t *command, bool final) {
             previous = glyph;
             first = false;
             i += size;
-            if (layout_is_space(c)) {
-                saved.position = i;
-                saved.cursor_x = pen_x;
-                saved.line_bytes = line_bytes;
-                saved.segment_count = segment_count;
-                saved.segment_open = segment != nullptr;
-                if (segment) saved.segment = *segment;
-                has_saved = true;
-            }
+            if (layout_is_space(c)) save_break();
             continue;
         }
         bool space = layout_is_space(c);
