@@ -152,42 +152,42 @@ void draw_add_feed(app_context *context, reader_t *reader, vec4 rect) {
                 feed_query_add_url(context->feed_query_context, reader, &state->add_feed_url);
         }
 
-        add_feed_gap(&layout);
-        add_feed_text(&layout, "Path to a text file containing a list of RSS or Atom feed URLs.");
-        add_feed_gap(&layout);
-        layout_command_t *import_box =
-            add_feed_box(&layout, field_width(&layout, 2 + browse_size.x + 2 + add_size.x), box_size.y);
-        layout_move(&layout, 2, 0, 0);
-        layout_command_t *import_browse = add_feed_box(&layout, browse_size.x, browse_size.y);
-        layout_move(&layout, 2, 0, 0);
-        layout_command_t *import_add = add_feed_box(&layout, add_size.x, add_size.y);
-        if (live) {
-            data_t *path = &state->add_feed_import_path;
-            u32 ended = ui_text_edit(ui, ui_id(path), view_box_rect(import_box), path, font);
-            if (ui_button(ui, ui_id(), view_box_rect(import_browse), browse, font))
+        // A path field with "Browse" and an action button behind it, under its label; the
+        // buttons are named from the caller's site.
+        struct path_row_t {
+            u32 ended;
+            bool clicked;
+        };
+        auto path_row = [&](ui_id_t site, const char *label, data_t *path, data_t action, vec2 action_size) {
+            add_feed_gap(&layout);
+            add_feed_text(&layout, label);
+            add_feed_gap(&layout);
+            layout_command_t *box =
+                add_feed_box(&layout, field_width(&layout, 2 + browse_size.x + 2 + action_size.x), box_size.y);
+            layout_move(&layout, 2, 0, 0);
+            layout_command_t *browse_box = add_feed_box(&layout, browse_size.x, browse_size.y);
+            layout_move(&layout, 2, 0, 0);
+            layout_command_t *action_box = add_feed_box(&layout, action_size.x, action_size.y);
+            path_row_t row = {};
+            if (!live) return row;
+            row.ended = ui_text_edit(ui, ui_id(path), view_box_rect(box), path, font);
+            if (ui_button(ui, ui_id_child(site, 1), view_box_rect(browse_box), browse, font))
                 add_feed_dialog_start(context, path);
-            bool clicked = ui_button(ui, ui_id(), view_box_rect(import_add), add, font);
-            if ((clicked || ended == ui_text_edit_enter || ended == ui_text_edit_line_feed) && path->used)
-                feed_query_add_list(context->feed_query_context, reader, path);
-        }
-
-        add_feed_gap(&layout);
-        add_feed_text(&layout, "Path to a text file to export a list of URLs from the feed added in the application.");
-        add_feed_gap(&layout);
-        layout_command_t *export_box =
-            add_feed_box(&layout, field_width(&layout, 2 + browse_size.x + 2 + export_size.x), box_size.y);
-        layout_move(&layout, 2, 0, 0);
-        layout_command_t *export_browse = add_feed_box(&layout, browse_size.x, browse_size.y);
-        layout_move(&layout, 2, 0, 0);
-        layout_command_t *export_button = add_feed_box(&layout, export_size.x, export_size.y);
-        if (live) {
-            data_t *path = &state->add_feed_export_path;
-            ui_text_edit(ui, ui_id(path), view_box_rect(export_box), path, font);
-            if (ui_button(ui, ui_id(), view_box_rect(export_browse), browse, font))
-                add_feed_dialog_start(context, path);
-            if (ui_button(ui, ui_id(), view_box_rect(export_button), export_label, font))
-                view_export_list(context, reader, path);
-        }
+            row.clicked = ui_button(ui, ui_id_child(site, 2), view_box_rect(action_box), action, font);
+            return row;
+        };
+        data_t *import_path = &state->add_feed_import_path;
+        path_row_t import = path_row(ui_id(), "Path to a text file containing a list of RSS or Atom feed URLs.",
+                                     import_path, add, add_size);
+        if ((import.clicked || import.ended == ui_text_edit_enter || import.ended == ui_text_edit_line_feed) &&
+            import_path->used)
+            feed_query_add_list(context->feed_query_context, reader, import_path);
+        // Enter in the export field does nothing.
+        data_t *export_path = &state->add_feed_export_path;
+        if (path_row(ui_id(), "Path to a text file to export a list of URLs from the feed added in the application.",
+                     export_path, export_label, export_size)
+                .clicked)
+            view_export_list(context, reader, export_path);
         layout_finish(&layout);
     }
     ui_set_pass(ui, ui_pass_all);
