@@ -5,31 +5,7 @@
 #include "base/memory.h"
 #include "base/text.h"
 
-struct window_t;
-struct view_state_t;
-struct ui_t;
-struct gl_renderer_t;
-struct feed_query_t;
-struct feed_query_context_t;
-struct file_storage_t;
-
-struct app_context {
-    data_t frame_memory; // 10 MB, emptied at the end of each frame
-    window_t *window;
-    view_state_t *view_state;
-    ui_t *ui;
-    gl_renderer_t *renderer;
-    feed_query_t *feed_queries;
-    u64 feed_query_count;
-    u32 start_generation;
-    u8 user_folder_buffer[4096];
-    data_t user_folder; // where the reader files live
-    u8 desktop_folder_buffer[4096];
-    data_t desktop_folder; // default place of the feed list file
-    // What the fetching actions of the views need besides the slots.
-    feed_query_context_t *feed_query_context;
-    file_storage_t *file_storage;
-};
+#include "views/view_state.h" // app_context and view_state_t
 
 constexpr u64 app_frame_memory_size = 0xA00000;
 constexpr u64 app_scratch_block_size = 0x500000;

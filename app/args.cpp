@@ -1,5 +1,6 @@
 // args.cpp - splitting and storing the command line.
 #include "app/args.h"
+#include "base/command_line.h"
 #include "base/text.h"
 #include "os/os_core.h"
 
@@ -12,74 +13,17 @@ static u8 args_buffer[args_buffer_size];
 static char args_program_path[2048];
 
 char **args_parse(const u8 *command_line, u64 size, i32 *count) {
-    u8 *out = args_buffer;
-    u8 *out_end = args_buffer + args_buffer_size;
-    auto put = [&](u8 byte) {
-        if (out < out_end) *out++ = byte;
-    };
-    auto put_backslashes = [&](u32 n) {
-        for (u32 i = 0; i < n; i++) put('\\');
-    };
-    bool in_quotes = false, after_space = false;
-    u32 backslashes = 0;
-    const u8 *p = command_line;
-    const u8 *end = command_line + size;
-    while (p < end) {
-        u32 error = 0, c;
-        u8 length;
-        utf8_decode(p, end, &c, &length, &error);
-        if (error) {
-            c = code_point_replacement;
-            length = 1;
-        }
-        p += length;
-        if (c == '\\') {
-            backslashes++;
-            after_space = false;
-        } else if (c == '"') {
-            put_backslashes(backslashes / 2);
-            if (backslashes % 2) put('"');
-            else in_quotes = !in_quotes;
-            backslashes = 0;
-            after_space = false;
-        } else {
-            put_backslashes(backslashes);
-            backslashes = 0;
-            if (c != ' ' && c != '\t') {
-                after_space = false;
-                u8 bytes[4], n = 0;
-                u32 encode_error = 0;
-                utf8_encode(bytes, bytes + 4, c, &n, &encode_error);
-                for (u8 i = 0; i < n; i++) put(bytes[i]);
-            } else if (in_quotes) {
-                put((u8)c);
-            } else {
-                if (!after_space) put(0);
-                after_space = true;
-            }
-        }
-    }
-    put_backslashes(backslashes);
-    u64 written = (u64)(out - args_buffer);
-    assert_message(written != 0 && written < args_buffer_size, "Empty command line or tool long command line.");
-    if (out[-1] != 0) *out++ = 0;
-
-    // The pointer array follows at the next 8-byte boundary.
-    u64 offset = align_up((u64)(out - args_buffer), 8);
-    char **pointers = (char **)(args_buffer + offset);
-    char **pointers_end = (char **)(args_buffer + args_buffer_size);
-    i32 n = 0;
-    u8 *text_end = out;
-    for (u8 *run = args_buffer; run < text_end;) {
-        u8 *stop = run;
-        while (stop < text_end && *stop) stop++;
-        if (stop > run) {
-            if (pointers + n + 1 > pointers_end) break;
-            pointers[n++] = (char *)run;
-        }
-        run = stop + 1;
-    }
-    *count = n;
+    // The words first, then their pointers at the next 8-byte boundary of the
+    // same buffer, as many as the rest of it holds.
+    static_assert(args_buffer_size % 8 == 0, "The pointers start on an 8-byte boundary.");
+    u64 text_size = args_buffer_size;
+    if (size + 1 < text_size) text_size = align_up(size + 1, 8);
+    u32 capacity = (u32)((args_buffer_size - text_size) / sizeof(char *));
+    char **pointers = (char **)(args_buffer + text_size);
+    bool overflow = false;
+    u32 n = command_line_split(command_line, size, args_buffer, text_size, pointers, capacity, &overflow);
+    assert_message(size != 0 && !overflow, "Empty command line or tool long command line.");
+    *count = (i32)n;
     return pointers;
 }
 

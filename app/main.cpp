@@ -3,7 +3,7 @@
 // ends.
 #include "app/app.h"
 #include "app/args.h"
-#include "app/view_state.h"
+#include "views/view_state.h"
 #include "base/files.h"
 #include "base/log.h"
 #include "base/profiler.h"
@@ -16,8 +16,12 @@
 #include "net/feed_query.h"
 #include "net/file_storage.h"
 #include "net/http.h"
+#include "net/image_query.h"
 #include "os/os_core.h"
 #include "reader/reader.h"
+#include "toolkit/ui_state.h"
+#include "toolkit/widgets.h"
+#include "views/views.h"
 
 static app_context app;
 static code_point_list_t code_points;
@@ -26,7 +30,7 @@ static window_t window;
 static view_state_t view_state;
 static font_set_t font_set;
 static gl_renderer_t renderer;
-static data_t ui_memory;
+static ui_t ui;
 static feed_query_t feed_queries[feed_query_slot_count];
 static file_storage_t file_storage;
 static feed_query_context_t feed_query_context;
@@ -34,6 +38,9 @@ static u64 frame_counter;
 
 // A worker finished a fetch: the pump wakes and a frame scans the slots.
 static void app_wake(void *) { window_wake(); }
+
+// A picture's slot was released: its texture goes with it (main thread).
+static void app_texture_release(u32 texture) { gl_texture_delete(&texture); }
 
 // A save brings edited link configurations home into the reader's text; the
 // old copies go back to the file storage.
@@ -58,16 +65,13 @@ static void app_graphics_init(data_t font_memory) {
     u32 cell_rows, cell_columns;
     app_text_cells(window.screen_width, window.screen_height, &cell_rows, &cell_columns);
 
-    // 16. The UI's block (the toolkit's state lives there once it exists),
-    // the icon atlas, the renderer and its batches.
-    ui_memory = data_virtual_alloc(app_ui_memory_size, 0);
-    assert_message(ui_memory.bytes, "No memory for the UI.");
-    ui_icon_source_t icons[ui_icon_count];
-    ui_icon_sources(icons);
-    ui_atlas_t icon_atlas = ui_atlas_create(icons, ui_icon_count, 1);
+    // 16. The UI: its state table (a block of its own), the theme and the
+    // icon atlas; then the renderer and its batches.
+    ui = ui_create(&app.frame_memory, &window);
 
     renderer = gl_renderer_create(window.width, window.height, gl_renderer_blend);
-    u32 icon_texture = gl_texture_create(icon_atlas.pixels, icon_atlas.width, icon_atlas.height, 1, gl_texture_linear);
+    // Icons are drawn at their own size: nearest filtering.
+    u32 icon_texture = gl_texture_create(ui.atlas.pixels, ui.atlas.width, ui.atlas.height, 1, 0);
     u32 characters = cell_rows * cell_columns;
     u32 commands = cell_rows * 5;
     // The ordinary layer (0 to 2), the layer of what pops up over it (3 to
@@ -83,6 +87,8 @@ static void app_graphics_init(data_t font_memory) {
     }
     u32 index = gl_batch_create_images(&renderer);
     assert_true(index == app_batch_images);
+    ui_set_batches(&ui, &renderer, app_batch_rectangles, app_batch_text, app_batch_icons, app_batch_popup_rectangles,
+                   app_batch_popup_text, app_batch_popup_icons);
 }
 
 // After the code point list grew: glyphs and atlas are made again over the
@@ -145,7 +151,8 @@ static void app_frame_loop() {
         gl_scissor(&renderer, false, 0, 0, 0, 0);
         gl_clear(&renderer, vec4{0, 0, 0, 1});
 
-        // 7. image queries: image_queries_check lands here with the image cache.
+        // 7. Pictures whose entry went away during their fetch are let go.
+        image_queries_check();
 
         // 8.
         u32 code_point_count_before = code_points.count;
@@ -154,13 +161,14 @@ static void app_frame_loop() {
         // (under the label queries_check, which the scan sets itself).
         feed_queries_check(&feed_query_context, &reader);
 
-        // 10. links: with a close request pending, the queued links of the 10
-        // link configurations are opened here.
+        // 10. With a close request pending, the queued links of the ten link
+        // configurations are opened now, so that none is lost.
+        if (window.closing) links_open_all(&app, &reader, true);
 
         // 11. The window content; a minimised window draws nothing.
         mark_start(label_window_content);
         if (window.width != 0 || window.height != 0) {
-            // views: draw_window_content(&app, &reader, rectangle) lands here.
+            draw_window_content(&app, &reader);
         }
         mark_end(label_window_content);
 
@@ -251,14 +259,13 @@ int main(int argc, char **argv) {
         return 1;
     }
     app.start_generation = reader.generation;
-    view_state.generation_minimum = reader.generation;
-    view_state.generation_maximum = reader.generation;
 
     // 13.-16. Fonts, atlas, renderer: only with a window to draw in.
     if (window.running) app_graphics_init(font_memory);
 
-    // 17. The view state.
-    view_state.redraw_requested = 0;
+    // 17. The view state: the shown range at the loaded generation, the add
+    // feed panel open.
+    view_state_init(&view_state, app.start_generation);
 
     // 18. The workers.
     thread_queue_init(&thread_queue, 6);
@@ -272,6 +279,12 @@ int main(int argc, char **argv) {
     reader.text_release = app_text_release;
     reader.text_release_context = &file_storage;
 
+    // The image cache: fetched and scaled by the workers, its addresses in
+    // the file storage; a removed entry takes its pictures with it.
+    image_queries_init(&file_storage, &thread_queue, image_resize, window.running ? app_texture_release : nullptr,
+                       app_wake, nullptr);
+    reader.entry_forget = image_queries_forget;
+
     feed_query_context.slots = feed_queries;
     feed_query_context.slot_count = feed_query_slot_count;
     feed_query_context.file_storage = &file_storage;
@@ -284,17 +297,19 @@ int main(int argc, char **argv) {
     feed_query_context.frame_memory = &app.frame_memory;
     feed_query_context.wake = app_wake;
     feed_query_context.wake_context = nullptr;
-    // views: show_log opens the log panel once the panels exist.
+    feed_query_context.show_log = view_show_log_hook;
+    feed_query_context.show_log_context = &app;
 
     // 21.
     app.window = &window;
     app.view_state = &view_state;
-    app.ui = nullptr;
+    app.ui = window.running ? &ui : nullptr;
     app.renderer = window.running ? &renderer : nullptr;
     app.feed_queries = feed_queries;
     app.feed_query_count = feed_query_slot_count;
     app.feed_query_context = &feed_query_context;
     app.file_storage = &file_storage;
+    app.font_set = window.running ? &font_set : nullptr;
 
     // 22.-23. and the loop.
     app_frame_loop();

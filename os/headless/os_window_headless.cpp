@@ -15,7 +15,7 @@ std::atomic<u32> wake_count;
 i32 pointer_x, pointer_y;
 u8 keys_down[256];
 void *current_cursor;
-u8 clipboard[4096];
+u8 clipboard[4 << 20]; // room for a paste of megabytes in tests
 u64 clipboard_size;
 u8 cursor_slots[5];
 

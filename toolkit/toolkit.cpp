@@ -1,1 +1,0 @@
-// toolkit.cpp - placeholder so the library exists before its first file lands.

@@ -1,1 +1,0 @@
-// views.cpp - placeholder so the library exists before its first file lands.
