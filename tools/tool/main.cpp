@@ -254,6 +254,7 @@ static bool tool_load(const data_t *folder, const data_t *file) {
             return false;
         }
         tool.user_folder = data_t{sizeof(tool.user_folder_buffer), n, (u8 *)tool.user_folder_buffer};
+        os_user_data_parent_create();
     }
 
     u32 error = 0;
