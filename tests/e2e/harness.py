@@ -23,6 +23,9 @@ WINDOW_CLASS = "tidewrack"
 BACKGROUND = (46, 46, 48)          # the window content's background, (0.18, 0.18, 0.19)
 SELECTED_FEED = (0, 122, 204)      # a selected feed's block, (0, 0.48, 0.8)
 SELECTED_ENTRY = (201, 82, 0)      # a selected entry's row, (0.79, 0.32, 0)
+BLOCK = (63, 63, 68)               # a feed's block in the left panel, (0.25, 0.25, 0.27)
+WHITE = (255, 255, 255)            # text boxes
+HOLD = 0.25                        # seconds a key or button is held, and between two
 
 
 class Failure(Exception):
@@ -114,21 +117,37 @@ class Program:
         return found[0] if found else None
 
     # ---- input ----
+    # A person's key or button stays down for a moment: the program sees the
+    # press and the release in different frames, as it does from a hand.
     def key(self, *keys):
         """xdotool key names: Down, Delete, shift+Delete, BackSpace, F5, Return..."""
         for k in keys:
-            self.display.xdotool("key", "--window", self.window, k)
+            self.display.xdotool("keydown", k)
+            time.sleep(HOLD)
+            self.display.xdotool("keyup", k)
+            time.sleep(HOLD)
 
     def type(self, text):
-        self.display.xdotool("type", "--window", self.window, "--delay", 15, text)
+        self.display.xdotool("type", "--delay", 30, text)
+        time.sleep(HOLD)
 
     def click(self, x, y, button=1):
         """x, y from the window's top left."""
-        self.display.xdotool("mousemove", "--window", self.window, x, y, "click", button)
+        self.display.xdotool("mousemove", "--window", self.window, x, y)
+        time.sleep(HOLD)
+        self.display.xdotool("mousedown", button)
+        time.sleep(HOLD)
+        self.display.xdotool("mouseup", button)
+        time.sleep(HOLD)
 
     # ---- looking ----
     def screenshot(self, path):
-        result = run(["import", "-window", self.window, path], env=self.display.env)
+        if self.process.poll() is not None:
+            raise Failure("the program ended (status %d): %s" % (self.process.returncode, self.process.stderr.read()[-3000:]))
+        try:
+            result = run(["import", "-window", self.window, path], env=self.display.env, timeout=30)
+        except subprocess.TimeoutExpired:
+            raise Failure("no screenshot of the window")
         check(result.returncode == 0, "import failed: " + result.stderr)
         return Image(path)
 
@@ -144,7 +163,12 @@ class Program:
                 return True
             return False
 
-        wait_for(what, attempt, timeout, step=0.2)
+        try:
+            wait_for(what, attempt, timeout, step=0.2)
+        except Failure:
+            kept = os.path.join(tempfile.gettempdir(), "tidewrack_e2e_failed.png")
+            shutil.copy(path, kept)
+            raise Failure("timed out waiting for %s (the last screenshot: %s)" % (what, kept))
         return found[0]
 
     # ---- ending ----
@@ -195,6 +219,40 @@ class Image:
                 xs.append(i % self.width)
                 ys.append(i // self.width)
         return (min(xs), min(ys), max(xs) + 1, max(ys) + 1) if xs else None
+
+    def runs(self, x, colours, top=26, tolerance=2):
+        """Vertical runs (top, bottom) of any of the colours in column x."""
+        out, start = [], None
+        for y in range(top, self.height + 1):
+            inside = y < self.height and any(
+                all(abs(self.pixel(x, y)[k] - c[k]) <= tolerance for k in range(3)) for c in colours)
+            if inside and start is None:
+                start = y
+            elif not inside and start is not None:
+                out.append((start, y))
+                start = None
+        return out
+
+    def feed_blocks(self):
+        """The feed blocks of the left panel, top to bottom, as (top, bottom, selected)."""
+        return [(t, b, self.pixel(3, t) [2] > 150) for t, b in self.runs(3, (BLOCK, SELECTED_FEED)) if b - t >= 20]
+
+    def text_boxes(self, column=1100):
+        """White boxes at least 100 pixels wide across `column`, top to bottom, as (left, top, right, bottom)."""
+        boxes = []
+        for top, bottom in self.runs(column, (WHITE,), top=26, tolerance=0):
+            if bottom - top < 10:
+                continue
+            y = (top + bottom) // 2
+            x0 = column
+            while x0 > 0 and self.pixel(x0 - 1, y) == WHITE:
+                x0 -= 1
+            x1 = column
+            while x1 < self.width and self.pixel(x1, y) == WHITE:
+                x1 += 1
+            if x1 - x0 >= 100:
+                boxes.append((x0, top, x1, bottom))
+        return boxes
 
     def distinct_colours(self, box):
         left, top, right, bottom = box
@@ -259,7 +317,7 @@ def main(sessions):
         if not shutil.which(needed):
             print("missing %s: scripts/deps.sh test installs it" % needed, file=sys.stderr)
             return 1
-    session = Session(sys.argv[1], sys.argv[2])
+    session = Session(os.path.abspath(sys.argv[1]), os.path.abspath(sys.argv[2]))
     try:
         return sessions[sys.argv[3]](session) or 0
     except Failure as failure:
