@@ -189,6 +189,7 @@ class Image:
     """A screenshot as RGB rows (ImageMagick writes it as a plain PPM)."""
 
     def __init__(self, path):
+        self.path = path
         # P3 text: "P3 w h 255 r g b ..."
         data = subprocess.run(["convert", path, "-depth", "8", "-compress", "none", "ppm:-"],
                               stdout=subprocess.PIPE).stdout.split()
