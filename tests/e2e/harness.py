@@ -314,7 +314,7 @@ def main(sessions):
     if len(sys.argv) != 4 or sys.argv[3] not in sessions:
         print("usage: e2e.py PROGRAM TOOL SESSION (%s)" % ", ".join(sorted(sessions)), file=sys.stderr)
         return 2
-    for needed in ("Xvfb", "xdotool", "import", "convert"):
+    for needed in ("Xvfb", "xdotool", "xprop", "import", "convert"):
         if not shutil.which(needed):
             print("missing %s: scripts/deps.sh test installs it" % needed, file=sys.stderr)
             return 1
