@@ -70,6 +70,8 @@ class Display:
         self.env = dict(os.environ, DISPLAY=self.name, LIBGL_ALWAYS_SOFTWARE="1")
         self.env.pop("WAYLAND_DISPLAY", None)
         self.env.setdefault("ASAN_OPTIONS", "detect_leaks=0:abort_on_error=1")
+        wait_for("the X server " + self.name,
+                 lambda: run(["xdotool", "getdisplaygeometry"], env=self.env).returncode == 0, timeout=30, step=0.1)
 
     def close(self):
         self.process.terminate()
