@@ -11,6 +11,7 @@ void app_paths_init(app_context *app) {
     } else {
         u64 n = os_user_data_folder((char *)app->user_folder_buffer, sizeof(app->user_folder_buffer));
         assert_message(n != 0, "No per-user data folder.");
+        os_user_data_parent_create();
         app->user_folder = data_t{sizeof(app->user_folder_buffer), n, app->user_folder_buffer};
     }
     u64 n = os_desktop_folder((char *)app->desktop_folder_buffer, sizeof(app->desktop_folder_buffer));

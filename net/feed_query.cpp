@@ -8,6 +8,7 @@
 #include "base/text.h"
 #include "base/thread_queue.h"
 #include "feed/feed.h"
+#include "net/feed_list.h"
 #include "net/http.h"
 #include "os/os_core.h"
 
@@ -130,6 +131,17 @@ void feed_query_add_url(feed_query_context_t *context, reader_t *reader, const d
     feed_query_add_url_only(context, reader, url);
 }
 
+// A new address already waiting in a slot, so a list that names it twice
+// costs one query and one feed.
+static bool feed_query_new_address_queued(const feed_query_context_t *context, const data_t *url) {
+    for (u64 i = 0; i < context->slot_count; i++) {
+        const feed_query_t *slot = &context->slots[i];
+        if (feed_query_state(slot) == feed_query_free || slot->feed_id != feed_query_new_feed) continue;
+        if (memory_equal(slot->url.bytes, slot->url.used, url->bytes, url->used)) return true;
+    }
+    return false;
+}
+
 void feed_query_add_list(feed_query_context_t *context, reader_t *reader, const data_t *path) {
     feed_query_begin_generation(context, reader);
     u32 error = 0;
@@ -137,18 +149,60 @@ void feed_query_add_list(feed_query_context_t *context, reader_t *reader, const 
     if (path && path->used) file_read_all(&file, path, false, &error);
     if (error || !file.bytes) return;
 
-    const u8 *cursor = file.bytes;
-    const u8 *end = file.bytes + file.used;
-    while (cursor < end) {
-        while (cursor < end && char_is_space(*cursor)) cursor++;
-        const u8 *line = cursor;
-        while (cursor < end && *cursor != '\n' && *cursor != '\r') cursor++;
-        if (cursor > line) {
-            data_t address = data_from_range(line, cursor);
-            feed_query_add_url_only(context, reader, &address);
-        }
-        while (cursor < end && (*cursor == '\n' || *cursor == '\r')) cursor++;
+    data_t *memory = context->frame_memory;
+    u64 memory_used = memory->used;
+    feed_list_t list = feed_list_read(memory, &file, context->slot_count);
+    if (list.format == feed_list_other) {
+        log_string(log_main, "Import: the file is neither OPML nor a list of addresses: ");
+        log_data(log_main, path);
+        log_string(log_main, "\n");
+        log_channel_t *user = log_channel(log_user);
+        if (user && user->data.used) log_string(log_user, "\n\n");
+        log_string(log_user, "Nothing was imported from ");
+        log_data(log_user, path);
+        log_string(log_user, ": it is neither an OPML file nor a list of feed addresses.");
+        if (context->show_log) context->show_log(context->show_log_context);
     }
+
+    // New feeds may only take the room the reader has left, counting those
+    // already on their way; known addresses update their feed and cost none.
+    u64 room = reader_feed_capacity - reader->feeds.entry_count;
+    for (u64 i = 0; i < context->slot_count; i++) {
+        const feed_query_t *slot = &context->slots[i];
+        if (feed_query_state(slot) != feed_query_free && slot->feed_id == feed_query_new_feed && room) room--;
+    }
+    u64 dropped = list.found - list.count;
+    for (u64 i = 0; i < list.count; i++) {
+        data_t address = list.addresses[i];
+        const u8 *first = text_find_non_space(address.bytes, address.bytes + address.used);
+        if (!first) continue;
+        address = data_from_range(first, address.bytes + address.used);
+        if (!reader_get_feed_by_url(reader, &address)) {
+            if (feed_query_new_address_queued(context, &address)) continue;
+            if (!room) {
+                dropped++;
+                continue;
+            }
+            room--;
+        }
+        feed_query_add_url_only(context, reader, &address);
+    }
+    if (dropped) {
+        log_string(log_main, "Import: ");
+        log_number(log_main, dropped);
+        log_string(log_main, " addresses were not added: the reader holds at most ");
+        log_number(log_main, reader_feed_capacity);
+        log_string(log_main, " feeds.\n");
+        log_channel_t *user = log_channel(log_user);
+        if (user && user->data.used) log_string(log_user, "\n\n");
+        log_number(log_user, dropped);
+        log_string(log_user, " addresses of the list were not added: the reader holds at most ");
+        log_number(log_user, reader_feed_capacity);
+        log_string(log_user, " feeds.");
+        if (context->show_log) context->show_log(context->show_log_context);
+    }
+    feed_list_free(&list);
+    memory->used = memory_used;
     data_virtual_free(&file);
 }
 

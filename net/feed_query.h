@@ -91,8 +91,11 @@ struct feed_query_context_t {
 // "Add feed" with one address: leading white space is skipped, trailing white
 // space stays; an empty text does nothing. A known address updates its feed.
 void feed_query_add_url(feed_query_context_t *context, reader_t *reader, const data_t *url);
-// "Add feed" with a text file of addresses, one a line. An unreadable file
-// counts as an empty one.
+// "Add feed" with a list file: one address a line, or an OPML file (told by
+// its content; see feed_list.h). An unreadable file counts as an empty one;
+// markup that is no OPML adds nothing and says so in the user's log. New
+// addresses beyond the reader's feed capacity are dropped, with one line in
+// the log for all of them.
 void feed_query_add_list(feed_query_context_t *context, reader_t *reader, const data_t *path);
 // "Update selected (F6)": the selected feed, marked as deleted or not.
 void feed_query_update_selected(feed_query_context_t *context, reader_t *reader);

@@ -88,6 +88,11 @@ void os_event_close(os_event_t *event);
 u64 os_executable_path(char *destination, u64 size);
 // The per-user data folder of the program and the desktop, zero-terminated
 // UTF-8 without a trailing separator; return the length or 0 on failure.
+// Makes the folder that holds the per-user data folder, with its missing
+// parents: Windows always has its roaming folder, but on a fresh account
+// ~/.local/share may not exist yet, and a save makes only the last level.
+// True when it exists afterwards.
+bool os_user_data_parent_create();
 u64 os_user_data_folder(char *destination, u64 size);
 u64 os_desktop_folder(char *destination, u64 size);
 void os_write_stderr(const char *text, u64 size);

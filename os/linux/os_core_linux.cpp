@@ -558,6 +558,22 @@ u64 os_user_data_folder(char *destination, u64 size) {
     return n;
 }
 
+bool os_user_data_parent_create() {
+    char path[4096];
+    u64 n = os_user_data_folder(path, sizeof(path));
+    while (n > 1 && path[n - 1] != '/') n--; // drop "/tidewrack"
+    if (n <= 1) return false;
+    path[n - 1] = 0;
+    for (u64 i = 1; i < n; i++) {
+        if (path[i] != '/' && path[i] != 0) continue;
+        char kept = path[i];
+        path[i] = 0;
+        if (mkdir(path, 0700) != 0 && errno != EEXIST) return false;
+        path[i] = kept;
+    }
+    return os_path_kind(path) == 2;
+}
+
 // Reads XDG_DESKTOP_DIR from user-dirs.dirs: a line XDG_DESKTOP_DIR="$HOME/Desktop",
 // where only "$HOME" is expanded, as the file's own format says.
 static u64 os_desktop_from_user_dirs(const char *home, char *destination, u64 size) {

@@ -10,6 +10,13 @@
 
 namespace {
 
+#include "os/linux/window_icon.inc"
+
+// The name the desktop entry's StartupWMClass gives: X11's WM_CLASS and
+// Wayland's application id, so that docks and menus match the window to its
+// entry whatever the executable is called.
+const char window_class[] = "tidewrack";
+
 SDL_Window *sdl_window;
 SDL_GLContext sdl_context;
 u32 sdl_wake_event = (u32)-1;
@@ -307,6 +314,9 @@ bool os_window_create(const u8 *title, u64 title_size, i32 width, i32 height, i3
     // Only X11 is there to try: a failed Wayland attempt would only add
     // libwayland's complaint to the reason.
     if (!driver_chosen && !has_text(getenv("WAYLAND_DISPLAY"))) SDL_SetHint(SDL_HINT_VIDEODRIVER, "x11");
+    setenv("SDL_VIDEO_X11_WMCLASS", window_class, 0);
+    setenv("SDL_VIDEO_WAYLAND_WMCLASS", window_class, 0);
+    SDL_SetHint(SDL_HINT_APP_NAME, window_class);
     // SDL's own SIGINT and SIGTERM handlers turn both into a quit event,
     // which is the close request the frame loop looks for.
     if (SDL_Init(SDL_INIT_VIDEO | SDL_INIT_EVENTS) != 0) {
@@ -354,6 +364,13 @@ bool os_window_create(const u8 *title, u64 title_size, i32 width, i32 height, i3
     if (!sdl_window) {
         copy_reason(reason, reason_size, "the window could not be made: ", SDL_GetError());
         return false;
+    }
+    SDL_Surface *icon = SDL_CreateRGBSurfaceWithFormatFrom((void *)window_icon_pixels, window_icon_size,
+                                                           window_icon_size, 32, window_icon_size * 4,
+                                                           SDL_PIXELFORMAT_ARGB8888);
+    if (icon) {
+        SDL_SetWindowIcon(sdl_window, icon);
+        SDL_FreeSurface(icon);
     }
     sdl_context = SDL_GL_CreateContext(sdl_window);
     if (!sdl_context) {

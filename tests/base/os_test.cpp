@@ -99,6 +99,15 @@ TEST(OsPlaces, UserDataFolderFollowsXdg) {
     EXPECT_EQ(os_user_data_folder(small, sizeof(small)), 0u);
 }
 
+TEST(OsPlaces, TheUserDataFolderParentIsMadeWithItsParents) {
+    std::string base = ::testing::TempDir() + "tidewrack_xdg_" + std::to_string(getpid());
+    env_guard_t data("XDG_DATA_HOME", (base + "/fresh/share").c_str());
+    EXPECT_TRUE(os_user_data_parent_create());
+    EXPECT_EQ(os_path_kind((base + "/fresh/share").c_str()), 2u);
+    EXPECT_EQ(os_path_kind((base + "/fresh/share/tidewrack").c_str()), 0u); // the save makes that one
+    std::filesystem::remove_all(base);
+}
+
 TEST(OsPlaces, DesktopFromUserDirsOrFallbacks) {
     temp_folder_t home;
     env_guard_t h("HOME", home.path.c_str());

@@ -199,6 +199,14 @@ TEST_F(tool_fixture, export_writes_the_list_and_import_reads_it_back) {
     EXPECT_EQ(d["feeds"].size(), 2u);
     EXPECT_EQ(d["counters"]["generation"].n, 1);
     EXPECT_NE(tool({"import", "-path", other, folder + "/no-such-list.txt"}).status, 0);
+
+    // The same through OPML, chosen by the name on the way out and by the content on the way in.
+    std::string opml = folder + "/feeds.opml", third = folder + "/third";
+    ASSERT_EQ(tool({"export", "-path", folder, opml}).status, 0);
+    EXPECT_NE(slurp(opml).find("type=\"rss\" xmlUrl=\"" + server.url("/2.xml") + "\""), std::string::npos);
+    fs::rename(opml, folder + "/feeds.txt");
+    ASSERT_EQ(tool({"import", "-path", third, folder + "/feeds.txt"}).status, 0);
+    EXPECT_EQ(dump(third)["feeds"].size(), 2u);
 }
 
 TEST_F(tool_fixture, a_damaged_snapshot_is_named_and_nothing_is_touched) {

@@ -3,8 +3,8 @@
 // reader, of HTML documents and of decoded text for looking at them.
 //
 //   update [-path DIR] [-log] [URL...]  fetch the given addresses, or every feed
-//   import [-path DIR] [-log] FILE    fetch every address of a list file
-//   export [-path DIR] FILE           write the feed list file
+//   import [-path DIR] [-log] FILE    fetch every address of a list or OPML file
+//   export [-path DIR] FILE           write the feed list (OPML when FILE ends in .opml)
 //   parse  [-path DIR] [--url URL] FILE   read a local document as if fetched
 //   dump   [-path DIR | FILE.bin]     the newest snapshot (or a file) as JSON
 //   html   [--strict] FILE            tokens and tree of an HTML document as JSON
@@ -19,6 +19,7 @@
 #include "base/text.h"
 #include "base/thread_queue.h"
 #include "html/html.h"
+#include "net/feed_list.h"
 #include "net/feed_query.h"
 #include "net/http.h"
 #include "os/os_core.h"
@@ -253,6 +254,7 @@ static bool tool_load(const data_t *folder, const data_t *file) {
             return false;
         }
         tool.user_folder = data_t{sizeof(tool.user_folder_buffer), n, (u8 *)tool.user_folder_buffer};
+        os_user_data_parent_create();
     }
 
     u32 error = 0;
@@ -480,21 +482,9 @@ static int tool_parse(const tool_args_t *args) {
 static int tool_export(const tool_args_t *args) {
     if (args->item_count != 1) return tool_usage();
     if (!tool_load(&args->path, nullptr)) return 2;
-    // Every used feed in slot order, deleted ones too, one address a line, in
-    // a buffer of 8192 bytes; an address that does not fit is left out.
-    u8 buffer[8192];
-    data_t list = {sizeof(buffer), 0, buffer};
-    pool_t *feeds = &tool.reader.feeds;
-    for (u32 i = 0; i < feeds->max_entry_count; i++) {
-        feed_t *feed = (feed_t *)pool_entry(feeds, sizeof(feed_t), i);
-        if (!feed_is_valid(feed)) continue;
-        if (list.reserved - list.used < feed->url.used + 1) continue;
-        data_push_raw(&list, feed->url.bytes, feed->url.used);
-        data_push_u8(&list, '\n');
-    }
     data_t path = tool_item(args, 0);
     u32 error = 0;
-    file_write_all(&path, list.bytes, list.used, true, &error);
+    feed_list_export(&tool.reader, &path, &tool.frame_memory, &error);
     if (error) {
         print_error("tidewrack-tool: can't write ");
         print_error(args->items[0]);

@@ -1,0 +1,333 @@
+"""The end-to-end harness: a private X server, the demo server, the program
+driven through xdotool, screenshots with ImageMagick, and the saved reader
+read back with `tidewrack-tool dump`.
+
+Standard library only. Each helper fails with a message that says what was
+being waited for; nothing here depends on how fast the machine is beyond
+generous time limits for things that do happen.
+"""
+import json
+import os
+import shutil
+import signal
+import subprocess
+import sys
+import tempfile
+import time
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+ROOT = os.path.normpath(os.path.join(HERE, "..", ".."))
+SKIP = 77  # CTest's skip code for the sessions that need the drawn views
+
+WINDOW_CLASS = "tidewrack"
+BACKGROUND = (46, 46, 48)          # the window content's background, (0.18, 0.18, 0.19)
+SELECTED_FEED = (0, 122, 204)      # a selected feed's block, (0, 0.48, 0.8)
+SELECTED_ENTRY = (201, 82, 0)      # a selected entry's row, (0.79, 0.32, 0)
+BLOCK = (63, 63, 68)               # a feed's block in the left panel, (0.25, 0.25, 0.27)
+WHITE = (255, 255, 255)            # text boxes
+HOLD = 0.25                        # seconds a key or button is held, and between two
+
+
+class Failure(Exception):
+    pass
+
+
+def check(condition, message):
+    if not condition:
+        raise Failure(message)
+
+
+def wait_for(what, probe, timeout=30.0, step=0.05):
+    """Calls probe() until it gives something true, and returns that."""
+    end = time.monotonic() + timeout
+    while True:
+        value = probe()
+        if value:
+            return value
+        if time.monotonic() > end:
+            raise Failure("timed out waiting for " + what)
+        time.sleep(step)
+
+
+def run(command, **kwargs):
+    return subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, **kwargs)
+
+
+class Display:
+    """Xvfb on a display number it picks itself."""
+
+    def __init__(self, width=1280, height=800):
+        read_end, write_end = os.pipe()
+        self.process = subprocess.Popen(
+            ["Xvfb", "-displayfd", str(write_end), "-screen", "0", "%dx%dx24" % (width, height), "-nolisten", "tcp"],
+            pass_fds=(write_end,), stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        os.close(write_end)
+        number = b""
+        with os.fdopen(read_end, "rb") as f:
+            number = f.readline().strip()
+        check(number, "Xvfb did not start")
+        self.name = ":" + number.decode()
+        self.env = dict(os.environ, DISPLAY=self.name, LIBGL_ALWAYS_SOFTWARE="1")
+        self.env.pop("WAYLAND_DISPLAY", None)
+        self.env.setdefault("ASAN_OPTIONS", "detect_leaks=0:abort_on_error=1")
+        wait_for("the X server " + self.name,
+                 lambda: run(["xdotool", "getdisplaygeometry"], env=self.env).returncode == 0, timeout=30, step=0.1)
+
+    def close(self):
+        self.process.terminate()
+        self.process.wait()
+
+    def xdotool(self, *args):
+        result = run(["xdotool"] + [str(a) for a in args], env=self.env)
+        return result.stdout.strip()
+
+
+class Demo:
+    """tools/demo/serve.py on 127.0.0.1."""
+
+    def __init__(self):
+        self.process = subprocess.Popen([sys.executable, os.path.join(ROOT, "tools", "demo", "serve.py")],
+                                        stdout=subprocess.PIPE, text=True)
+        self.base = self.process.stdout.readline().strip()
+        check(self.base.startswith("http://127.0.0.1:"), "the demo server did not start")
+
+    def url(self, path):
+        return self.base + path
+
+    def close(self):
+        self.process.terminate()
+        self.process.wait()
+
+
+class Program:
+    """One run of the program on a reader folder."""
+
+    def __init__(self, display, binary, folder, args=(), cwd=None):
+        self.display = display
+        self.folder = folder
+        self.process = subprocess.Popen([binary, "-path", folder] + list(args), env=display.env, cwd=cwd,
+                                        stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+        self.window = wait_for("the program's window", self._find_window)
+        # No window manager: the harness gives the focus, as a click would.
+        display.xdotool("windowfocus", "--sync", self.window)
+        self.stdout = self.stderr = ""
+
+    def _find_window(self):
+        if self.process.poll() is not None:
+            raise Failure("the program ended before its window showed: " + self.process.stderr.read())
+        found = self.display.xdotool("search", "--onlyvisible", "--class", WINDOW_CLASS).split()
+        return found[0] if found else None
+
+    # ---- input ----
+    # A person's key or button stays down for a moment: the program sees the
+    # press and the release in different frames, as it does from a hand.
+    def key(self, *keys):
+        """xdotool key names: Down, Delete, shift+Delete, BackSpace, F5, Return..."""
+        for k in keys:
+            self.display.xdotool("keydown", k)
+            time.sleep(HOLD)
+            self.display.xdotool("keyup", k)
+            time.sleep(HOLD)
+
+    def type(self, text):
+        self.display.xdotool("type", "--delay", 30, text)
+        time.sleep(HOLD)
+
+    def click(self, x, y, button=1):
+        """x, y from the window's top left."""
+        self.display.xdotool("mousemove", "--window", self.window, x, y)
+        time.sleep(HOLD)
+        self.display.xdotool("mousedown", button)
+        time.sleep(HOLD)
+        self.display.xdotool("mouseup", button)
+        time.sleep(HOLD)
+
+    # ---- looking ----
+    def screenshot(self, path):
+        if self.process.poll() is not None:
+            raise Failure("the program ended (status %d): %s" % (self.process.returncode, self.process.stderr.read()[-3000:]))
+        try:
+            result = run(["import", "-window", self.window, path], env=self.display.env, timeout=30)
+        except subprocess.TimeoutExpired:
+            raise Failure("no screenshot of the window")
+        check(result.returncode == 0, "import failed: " + result.stderr)
+        return Image(path)
+
+    def wait_drawn(self, what, probe, timeout=30.0):
+        """Takes screenshots until probe(image) holds, and returns that image."""
+        path = os.path.join(tempfile.gettempdir(), "tidewrack_e2e_%d.png" % os.getpid())
+        found = []
+
+        def attempt():
+            image = self.screenshot(path)
+            if probe(image):
+                found.append(image)
+                return True
+            return False
+
+        try:
+            wait_for(what, attempt, timeout, step=0.2)
+        except Failure:
+            kept = os.path.join(tempfile.gettempdir(), "tidewrack_e2e_failed.png")
+            shutil.copy(path, kept)
+            raise Failure("timed out waiting for %s (the last screenshot: %s)" % (what, kept))
+        return found[0]
+
+    # ---- ending ----
+    def close(self, timeout=60.0):
+        """As the close button does: the program stops its workers, purges,
+        audits and saves. Returns the exit code."""
+        if self.process.poll() is None:
+            self.process.send_signal(signal.SIGTERM)
+        try:
+            self.stdout, self.stderr = self.process.communicate(timeout=timeout)
+        except subprocess.TimeoutExpired:
+            self.process.kill()
+            raise Failure("the program did not end after the close request")
+        return self.process.returncode
+
+
+class Image:
+    """A screenshot as RGB rows (ImageMagick writes it as a plain PPM)."""
+
+    def __init__(self, path):
+        self.path = path
+        # P3 text: "P3 w h 255 r g b ..."
+        data = subprocess.run(["convert", path, "-depth", "8", "-compress", "none", "ppm:-"],
+                              stdout=subprocess.PIPE).stdout.split()
+        check(data and data[0] == b"P3", "unreadable screenshot " + path)
+        self.width, self.height = int(data[1]), int(data[2])
+        values = list(map(int, data[4:]))
+        self.pixels = [tuple(values[i:i + 3]) for i in range(0, len(values), 3)]
+
+    def pixel(self, x, y):
+        return self.pixels[y * self.width + x]
+
+    def count(self, colour, tolerance=2, box=None):
+        left, top, right, bottom = box or (0, 0, self.width, self.height)
+        n = 0
+        for y in range(top, bottom):
+            row = y * self.width
+            for x in range(left, right):
+                p = self.pixels[row + x]
+                if all(abs(p[i] - colour[i]) <= tolerance for i in range(3)):
+                    n += 1
+        return n
+
+    def find(self, colour, tolerance=2):
+        """The bounding box (left, top, right, bottom) of a colour, or None."""
+        xs, ys = [], []
+        for i, p in enumerate(self.pixels):
+            if all(abs(p[k] - colour[k]) <= tolerance for k in range(3)):
+                xs.append(i % self.width)
+                ys.append(i // self.width)
+        return (min(xs), min(ys), max(xs) + 1, max(ys) + 1) if xs else None
+
+    def runs(self, x, colours, top=26, tolerance=2):
+        """Vertical runs (top, bottom) of any of the colours in column x."""
+        out, start = [], None
+        for y in range(top, self.height + 1):
+            inside = y < self.height and any(
+                all(abs(self.pixel(x, y)[k] - c[k]) <= tolerance for k in range(3)) for c in colours)
+            if inside and start is None:
+                start = y
+            elif not inside and start is not None:
+                out.append((start, y))
+                start = None
+        return out
+
+    def feed_blocks(self):
+        """The feed blocks of the left panel, top to bottom, as (top, bottom, selected)."""
+        return [(t, b, self.pixel(3, t) [2] > 150) for t, b in self.runs(3, (BLOCK, SELECTED_FEED)) if b - t >= 20]
+
+    def text_boxes(self, column=1100):
+        """White boxes at least 100 pixels wide across `column`, top to bottom, as (left, top, right, bottom)."""
+        boxes = []
+        for top, bottom in self.runs(column, (WHITE,), top=26, tolerance=0):
+            if bottom - top < 10:
+                continue
+            y = (top + bottom) // 2
+            x0 = column
+            while x0 > 0 and self.pixel(x0 - 1, y) == WHITE:
+                x0 -= 1
+            x1 = column
+            while x1 < self.width and self.pixel(x1, y) == WHITE:
+                x1 += 1
+            if x1 - x0 >= 100:
+                boxes.append((x0, top, x1, bottom))
+        return boxes
+
+    def distinct_colours(self, box):
+        left, top, right, bottom = box
+        return len({self.pixels[y * self.width + x] for y in range(top, bottom) for x in range(left, right)})
+
+
+class Tool:
+    def __init__(self, binary, env=None):
+        self.binary = binary
+        self.env = env
+
+    def __call__(self, *args):
+        return run([self.binary] + [str(a) for a in args], env=self.env)
+
+    def dump(self, folder):
+        result = self(*(["dump", "-path", folder]))
+        check(result.returncode == 0, "dump failed: " + result.stderr)
+        return json.loads(result.stdout)
+
+
+def views_drawn(image):
+    """Whether the window content is drawn: its background colour covers much of it."""
+    return image.count(BACKGROUND, tolerance=3) > image.width * image.height // 4
+
+
+class Session:
+    """What every session gets: a temporary folder, an X server, the demo
+    server, and the program and tool to run."""
+
+    def __init__(self, program, tool):
+        self.program_binary = program
+        self.temp = tempfile.mkdtemp(prefix="tidewrack_e2e_")
+        self.display = Display()
+        self.demo = Demo()
+        self.tool = Tool(tool, env=self.display.env)
+        self.running = []
+
+    def start(self, folder, args=(), cwd=None):
+        p = Program(self.display, self.program_binary, folder, args, cwd)
+        self.running.append(p)
+        return p
+
+    def folder(self, name):
+        return os.path.join(self.temp, name)
+
+    def close(self):
+        for p in self.running:
+            if p.process.poll() is None:
+                p.process.kill()
+                p.process.wait()
+        self.demo.close()
+        self.display.close()
+        shutil.rmtree(self.temp, ignore_errors=True)
+
+
+def main(sessions):
+    """tests/e2e/e2e.py PROGRAM TOOL SESSION: runs one session; exit 0, 1 or 77 (skipped)."""
+    if len(sys.argv) != 4 or sys.argv[3] not in sessions:
+        print("usage: e2e.py PROGRAM TOOL SESSION (%s)" % ", ".join(sorted(sessions)), file=sys.stderr)
+        return 2
+    for needed in ("Xvfb", "xdotool", "xprop", "import", "convert"):
+        if not shutil.which(needed):
+            print("missing %s: scripts/deps.sh test installs it" % needed, file=sys.stderr)
+            return 1
+    session = Session(os.path.abspath(sys.argv[1]), os.path.abspath(sys.argv[2]))
+    try:
+        return sessions[sys.argv[3]](session) or 0
+    except Failure as failure:
+        print("FAILED: %s" % failure, file=sys.stderr)
+        for p in session.running:
+            if p.stderr:
+                print("program's stderr:\n" + p.stderr[-4000:], file=sys.stderr)
+        return 1
+    finally:
+        session.close()
