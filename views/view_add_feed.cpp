@@ -8,34 +8,25 @@
 #include "base/log.h"
 #include "base/profiler.h"
 #include "gfx/window.h"
+#include "net/feed_list.h"
 #include "net/feed_query.h"
 #include "os/os_core.h"
 #include "os/os_process.h"
 #include "views/view_helpers.h"
 
-constexpr u64 add_feed_export_capacity = 8192;
 constexpr u64 add_feed_layout_arena_size = 0x40000;
 
 // ---- export ----------------------------------------------------------------------------------------
+// The list goes out as OPML when the path ends in ".opml", else as plain
+// addresses, one a line; the text is built in the frame memory.
 bool view_export_list(app_context *context, reader_t *reader, data_t *path) {
-    u8 buffer[add_feed_export_capacity];
-    data_t list = {sizeof(buffer), 0, buffer};
-    pool_t *feeds = &reader->feeds;
-    for (u32 slot = 0; slot < feeds->max_entry_count; slot++) {
-        feed_t *feed = (feed_t *)pool_entry(feeds, sizeof(feed_t), slot);
-        if (!feed_is_valid(feed)) continue;
-        // An address that doesn't fit is left out; a later shorter one may fit.
-        if (list.used + feed->url.used + 1 > list.reserved) continue;
-        data_push_raw(&list, feed->url.bytes, feed->url.used);
-        data_push_u8(&list, '\n');
-    }
     if (path->used == 0) {
         data_push_raw(path, context->desktop_folder.bytes, context->desktop_folder.used);
         const char name[] = {os_path_separator, 'l', 'i', 's', 't', '.', 't', 'x', 't', 0};
         if (path->used + sizeof(name) - 1 <= path->reserved) data_push_c_string(path, name);
     }
     u32 error = 0;
-    file_write_all(path, list.bytes, list.used, true, &error);
+    feed_list_export(reader, path, &context->frame_memory, &error);
     if (error) {
         log_string(log_main, "The feed list could not be written to ");
         log_data(log_main, path);

@@ -112,6 +112,19 @@ TEST_F(add_feed_test_t, ListFileExportAndImport) {
     feed_query_add_list(&engine.context, &r.reader, &list);
     settle();
     EXPECT_EQ(urls(), expected);
+
+    // A path ending in .opml gets an OPML document naming the same feeds.
+    std::string opml = (folder / "feeds.OPML").string();
+    state.add_feed_export_path.used = 0;
+    data_push_raw(&state.add_feed_export_path, opml.data(), opml.size());
+    click(on_text("Export"));
+    std::ifstream opml_in(opml);
+    std::string opml_text((std::istreambuf_iterator<char>(opml_in)), std::istreambuf_iterator<char>());
+    EXPECT_EQ(opml_text.rfind("<?xml", 0), 0u) << opml_text;
+    data_t opml_list = view_of(opml);
+    feed_query_add_list(&engine.context, &r.reader, &opml_list);
+    settle();
+    EXPECT_EQ(urls(), expected);
 }
 
 TEST_F(add_feed_test_t, FilesThatAreNoListsAddNothingHarmful) {

@@ -38,8 +38,9 @@ struct links_test_t : views_fixture_t {
         record = folder / "record.txt";
         canary = folder / "canary";
         script = folder / "rec.sh";
-        std::ofstream(script) << "#!/bin/sh\nfor a in \"$@\"; do printf '%s\\n' \"$a\"; done >> '" << record.string()
-                              << "'\necho -- >> '" << record.string() << "'\n";
+        // One write a start, so that starts running at once don't interleave.
+        std::ofstream(script) << "#!/bin/sh\nr=''\nfor a in \"$@\"; do r=\"$r$a\n\"; done\nprintf '%s--\\n' \"$r\" >> '"
+                              << record.string() << "'\n";
         fs::permissions(script, fs::perms::owner_all);
         // A stand-in for the system's handler, found on PATH.
         fs::copy_file(script, folder / "xdg-open");
