@@ -134,8 +134,16 @@ static void article_image(view_state_t *state, layout_t *layout, html_node_t *no
     u32 frame_state = 0;
     image_query_t *slot = view_image_lookup(state, address, false, &frame_state);
     if (slot && frame_state == image_state_ready) {
-        layout_add_box(layout, (f32)slot->target_width, (f32)slot->target_height, (void *)address,
-                       layout_box_move_right | layout_box_move_down);
+        // A picture scaled to the column before a later one brought the
+        // vertical bar is wider than the column now: its box shrinks to fit
+        // (the texture is drawn into it), so no horizontal bar comes up.
+        f32 width = (f32)slot->target_width, height = (f32)slot->target_height;
+        f32 column = floorf(layout->width) - layout->margin.left - layout->margin.right;
+        if (width > column && column >= 1) {
+            height = floorf(height * column / width);
+            width = column;
+        }
+        layout_add_box(layout, width, height, (void *)address, layout_box_move_right | layout_box_move_down);
     } else {
         image_placeholder(layout, alt ? &alt->value : &article_no_alt, address, slot);
     }

@@ -162,7 +162,10 @@ void entry_header(app_context *context, reader_t *reader, layout_t *layout, view
     PROFILE_SCOPE(layout_pass_header);
     layout_set_flags(layout, layout_flag_keep_partial);
     layout_push_colour(layout, vec4{1, 1, 1, 1});
-    layout_set_line_box(layout, 0, layout->width, layout_line_drop_break_space);
+    // Lines end at the right margin, so that wrapped text never reaches past
+    // the box and brings up a horizontal bar of a few pixels.
+    layout_set_line_box(layout, 0, layout->width - layout->margin.left - layout->margin.right,
+                        layout_line_drop_break_space);
     layout_new_line(layout);
     layout_move(layout, 0, 5, 0);
     layout_set_font(layout, view_font_title);
