@@ -173,25 +173,25 @@ void draw_menu_right(app_context *context, reader_t *reader, vec4 rect) {
             total += sizes[i].x;
         }
     }
-    // The others share what is left: the widest are cut first, to one
-    // common width.
+    // Still too wide: the widest are cut first, to one common width, but
+    // never below a few characters; what then doesn't fit is clipped at the
+    // pane's edge (the F keys still reach every button).
+    constexpr f32 menu_min_button = 64;
     f32 cap = 3.4e38f;
     if (total - 2 * 7 > room) {
-        f32 sorted[7];
-        u32 n = 0;
-        for (u32 i = 0; i < 8; i++)
-            if (i != 3) sorted[n++] = sizes[i].x;
-        for (u32 i = 1; i < n; i++)
+        f32 sorted[8];
+        for (u32 i = 0; i < 8; i++) sorted[i] = sizes[i].x;
+        for (u32 i = 1; i < 8; i++)
             for (u32 j = i; j > 0 && sorted[j - 1] > sorted[j]; j--) {
                 f32 t = sorted[j];
                 sorted[j] = sorted[j - 1];
                 sorted[j - 1] = t;
             }
-        f32 below = sizes[3].x;
-        for (u32 i = 0; i < n; i++) {
-            f32 w = (room - below) / (f32)(n - i);
+        f32 below = 0;
+        for (u32 i = 0; i < 8; i++) {
+            f32 w = (room - below) / (f32)(8 - i);
             if (w <= sorted[i]) {
-                cap = floorf(w > 0 ? w : 0);
+                cap = floorf(w > menu_min_button ? w : menu_min_button);
                 break;
             }
             below += sorted[i];
@@ -199,7 +199,7 @@ void draw_menu_right(app_context *context, reader_t *reader, vec4 rect) {
     }
     f32 x = rect.x;
     for (u32 i = 0; i < 8; i++) {
-        vec2 size = {i == 3 || sizes[i].x < cap ? sizes[i].x : cap, sizes[i].y};
+        vec2 size = {sizes[i].x < cap ? sizes[i].x : cap, sizes[i].y};
         vec4 button = rect_xywh(x, rect.y + 2, size.x, size.y);
         x += size.x + 2;
         bool clicked = ui_button(ui, ui_id_child(ui_id(&menu_site), i + 1), button, labels[i], view_font_normal);
