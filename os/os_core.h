@@ -97,11 +97,6 @@ u64 os_user_data_folder(char *destination, u64 size);
 u64 os_desktop_folder(char *destination, u64 size);
 void os_write_stderr(const char *text, u64 size);
 [[noreturn]] void os_abort();
-// Runs `executable` with one argument, without a shell. False when it could
-// not be started.
-bool os_spawn(const char *executable, const char *argument);
-// Hands a link to the system's default handler (xdg-open).
-bool os_open_with_system(const char *link);
 // A system error code of the last failed call, and its text.
 u32 os_last_error();
 u64 os_error_text(u32 code, char *destination, u64 size);

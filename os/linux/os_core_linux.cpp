@@ -1,5 +1,5 @@
 // os_core_linux.cpp - the system layer on Linux: pages, files, directories,
-// clocks, threads, semaphores, events, places and spawning.
+// clocks, threads, semaphores, events and places.
 //
 // The objects handed out here (threads' start records, semaphores, events,
 // directory handles) come from small static pools, never from malloc.
@@ -14,14 +14,12 @@
 #include <pthread.h>
 #include <sched.h>
 #include <signal.h>
-#include <spawn.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/types.h>
-#include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
 #if defined(__x86_64__) || defined(__i386__)
@@ -29,7 +27,6 @@
 #include <x86intrin.h>
 #endif
 
-extern char **environ;
 
 // ---- small fixed pools ------------------------------------------------------------
 
@@ -648,41 +645,6 @@ void os_write_stderr(const char *text, u64 size) {
 }
 
 [[noreturn]] void os_abort() { abort(); }
-
-// Waits for a spawned child so that it does not stay behind as a zombie.
-static void os_reap_child(void *argument) {
-    pid_t pid = (pid_t)(intptr_t)argument;
-    while (waitpid(pid, nullptr, 0) < 0 && errno == EINTR) {
-    }
-}
-
-bool os_spawn(const char *executable, const char *argument) {
-    if (!executable || !executable[0]) return false;
-    char *argv[3] = {(char *)executable, (char *)argument, nullptr};
-    if (!argument) argv[1] = nullptr;
-    posix_spawnattr_t attributes;
-    posix_spawnattr_init(&attributes);
-    // The child starts with the default signal dispositions and mask.
-    sigset_t none, all;
-    sigemptyset(&none);
-    sigfillset(&all);
-    posix_spawnattr_setsigmask(&attributes, &none);
-    posix_spawnattr_setsigdefault(&attributes, &all);
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
-    pid_t pid;
-    int r = posix_spawnp(&pid, executable, nullptr, &attributes, argv, environ);
-    posix_spawnattr_destroy(&attributes);
-    if (r != 0) {
-        errno = r;
-        return false;
-    }
-    if (!os_thread_start(os_reap_child, (void *)(intptr_t)pid)) {
-        // No thread to wait with: a zombie until exit is the lesser harm.
-    }
-    return true;
-}
-
-bool os_open_with_system(const char *link) { return os_spawn("xdg-open", link); }
 
 u32 os_last_error() { return (u32)errno; }
 

@@ -1,6 +1,7 @@
 // The Linux system layer: semaphores and events, threads, places, spawning.
 // Pages and directories are tried through the memory and file layers' tests.
 #include "os/os_core.h"
+#include "os/os_process.h"
 
 #include "base_test_util.h"
 
@@ -154,9 +155,12 @@ TEST(OsProcess, SpawnPassesTheLinkAsOneArgument) {
     write_whole(script, "#!/bin/sh\nprintf '%s|%s' \"$#\" \"$1\" > '" + out + ".tmp'\nmv '" + out + ".tmp' '" +
                             out + "'\n");
     fs::permissions(script, fs::perms::owner_all);
-    ASSERT_TRUE(os_spawn(script.c_str(), link.c_str()));
+    const char *argv[] = {script.c_str(), link.c_str(), nullptr};
+    ASSERT_TRUE(os_process_start(argv));
     while (!fs::exists(out)) std::this_thread::yield();
     EXPECT_EQ(read_whole(out), "1|" + link);
-    EXPECT_FALSE(os_spawn((dir / "no-such-program").c_str(), "x"));
-    EXPECT_FALSE(os_spawn("", "x"));
+    std::string missing = dir / "no-such-program";
+    const char *none[] = {missing.c_str(), "x", nullptr}, *empty[] = {"", "x", nullptr};
+    EXPECT_FALSE(os_process_start(none));
+    EXPECT_FALSE(os_process_start(empty));
 }
