@@ -162,7 +162,9 @@ static u32 os_net_detail_of(os_net_request_t *request) {
     if (request->result == CURLE_OPERATION_TIMEDOUT) {
         curl_off_t total = 0;
         curl_easy_getinfo(request->easy, CURLINFO_TOTAL_TIME_T, &total);
-        if (total >= (curl_off_t)os_net_session.total_seconds.load() * 1000000) return os_net_detail_deadline;
+        // The library's clock may stop a little short of the limit it ran
+        // out of: a stall ending in the last tenth counts as the deadline.
+        if (total * 10 >= (curl_off_t)os_net_session.total_seconds.load() * 9000000) return os_net_detail_deadline;
     }
     return (u32)request->result;
 }
