@@ -165,23 +165,6 @@ TEST(Files, DirectoriesAndKinds) {
     EXPECT_EQ(error_of([&](u32 *e) { file_open(&s, false, false, e); }), (u32)file_error_open);
 }
 
-TEST(Files, PathExtensions) {
-    struct {
-        std::string path, extension, stem;
-    } cases[] = {
-        {"a.tar.gz", "gz", "a.tar"}, {"name", "", "name"},      {"feed_data.bin", "bin", "feed_data"},
-        {"dot.", "", "dot"},         {".hidden", "hidden", ""}, {"", "", ""},
-    };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.path);
-        data_t p = view_of(c.path);
-        EXPECT_EQ(text_of(path_extension(&p)), c.extension);
-        EXPECT_EQ(text_of(path_without_extension(&p)), c.stem);
-    }
-    data_t none = data_literal("name");
-    EXPECT_EQ(path_extension(&none).bytes, nullptr);
-}
-
 namespace {
 
 struct walk_fixture_t {

@@ -1,4 +1,4 @@
-// The Linux system layer: semaphores and events, threads, places, spawning.
+// The Linux system layer: semaphores and events, places, spawning.
 // Pages and directories are tried through the memory and file layers' tests.
 #include "os/os_core.h"
 #include "os/os_process.h"
@@ -74,15 +74,6 @@ TEST(OsWait, EventIsAutoReset) {
     os_event_close(e);
 }
 
-TEST(OsThreads, StartRunsTheFunctionWithItsArgument) {
-    static std::atomic<u32> seen{0};
-    static u32 main_id = os_thread_id();
-    static u32 value = 41;
-    ASSERT_TRUE(os_thread_start([](void *a) { seen = *(u32 *)a + (os_thread_id() != main_id ? 1 : 0); }, &value));
-    while (seen.load() == 0) std::this_thread::yield();
-    EXPECT_EQ(seen.load(), 42u);
-}
-
 TEST(OsPlaces, UserDataFolderFollowsXdg) {
     struct {
         const char *data, *home, *expected;
@@ -132,18 +123,6 @@ TEST(OsPlaces, DesktopFromUserDirsOrFallbacks) {
     env_guard_t c("XDG_CONFIG_HOME", config_home.path.c_str());
     write_whole(config_home / "user-dirs.dirs", "XDG_DESKTOP_DIR=\"" + (home / "Bureau") + "\"\n");
     EXPECT_EQ(folder(os_desktop_folder), home / "Bureau");
-}
-
-TEST(OsProcess, ExecutablePathAndErrors) {
-    std::string exe = folder(os_executable_path);
-    EXPECT_EQ(exe, fs::read_symlink("/proc/self/exe").string());
-    char tiny[4];
-    EXPECT_EQ(os_executable_path(tiny, sizeof(tiny)), 3u);
-    EXPECT_EQ(tiny[3], 0);
-    char text[3];
-    EXPECT_EQ(os_error_text(2, text, sizeof(text)), 2u);
-    EXPECT_EQ(os_file_open("/nonexistent/file", os_file_read), os_file_invalid);
-    EXPECT_EQ(os_last_error(), 2u);
 }
 
 TEST(OsProcess, SpawnPassesTheLinkAsOneArgument) {
