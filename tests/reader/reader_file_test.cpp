@@ -6,7 +6,6 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <map>
 #include <random>
 #include <set>
@@ -78,7 +77,6 @@ const std::vector<u32> rss_feed_strings = {16,  40,  64,  88,  112, 136, 160, 18
 const std::vector<u32> atom_feed_strings = {16, 56, 80, 104, 128, 152, 176, 200, 224, 248};
 const std::vector<u32> rss_entry_strings = {16, 40, 64, 88, 112, 136, 168, 192, 216, 240};
 const std::vector<u32> atom_entry_strings = {32, 56, 80, 104, 128, 152};
-const std::vector<u32> small_record_strings = {8, 32, 56};
 const std::vector<u32> atom_link_strings = {8, 32, 56, 80};
 const std::vector<u32> configuration_strings = {0, 24, 48};
 
@@ -312,71 +310,6 @@ TEST(ReaderFile, ALargeTextMovedToTheSpareBlockArrivesWhole) {
     }
 }
 
-TEST(ReaderFile, LayoutOfASmallFile) {
-    temp_folder_t folder("layout");
-    test_reader_t t;
-    reader_generation_advance(&t.reader, nullptr, nullptr);
-    t.rss_entry(t.rss_feed("http://x/feed", "X"), "Hi", "g1", make_date(2024, 5, 6, 7, 8, 9), {"news"});
-    t.add("left behind");
-    std::string path = folder.file("feed_data_20240506_070809.bin");
-    ASSERT_EQ(write_reader(t, path), 0u);
-
-    std::vector<u8> e;
-    auto put = [&](u64 v, int size) { for (int i = 0; i < size; i++) e.push_back((u8)(v >> (8 * i))); };
-    // A record by hand: {offset, value, size} fields, then each string as
-    // {size, size, offset in the text}; an empty one points at the current end.
-    u64 text = 0;
-    auto record = [&](u32 size, std::vector<std::array<u64, 3>> fields, const std::vector<u32> &strings,
-                      std::map<u32, u64> sizes) {
-        std::vector<u8> r(size, 0);
-        auto at = [&](u64 offset, u64 value, u64 n) { for (u64 i = 0; i < n; i++) r[offset + i] = (u8)(value >> (8 * i)); };
-        for (auto [offset, value, n] : fields) at(offset, value, n);
-        for (u32 offset : strings) {
-            at(offset, sizes[offset], 8);
-            at(offset + 8, sizes[offset], 8);
-            at(offset + 16, text, 8);
-            text += sizes[offset];
-        }
-        e.insert(e.end(), r.begin(), r.end());
-    };
-    e.insert(e.end(), {'f', 'e', 'e', 'd'});
-    put(1, 4);
-    u64 offset = 88;
-    for (u64 size : {20, 7 * 4 + 744 + 280 + 80 + 12 + 16, 800, 4 + 4 * 193, 4 + 22}) {
-        put(offset, 8);
-        put(size, 8);
-        offset += size;
-    }
-    for (u32 v : {1u, 1u, 1u, 0u, 1u}) put(v, 4); // counters
-    put(1, 4);
-    record(744, {{0, 1, 4}, {4, 1, 4}, {8, 1, 4}}, rss_feed_strings, {{16, 13}, {40, 1}});
-    put(1, 4);
-    record(280, {{0, 1, 4}, {4, 1, 4}, {8, 1, 4}, {12, 1, 4}, {264, 1, 4}, {268, 1, 4}, {272, 2024, 2}, {274, 5, 1},
-                 {275, 6, 1}, {276, 7, 1}, {277, 8, 1}, {278, 9, 1}},
-           rss_entry_strings, {{16, 2}, {240, 2}});
-    put(1, 4);
-    record(80, {{0, 1, 4}}, small_record_strings, {{8, 4}});
-    put(0, 4); // persons
-    put(0, 4); // atom links
-    for (u32 v : {1u, 2u, 1u, 1u}) put(v, 4); // one link: kind 2, entry 1, category 1
-    for (u32 v : {1u, 1u, 0u}) put(v, 4); // one meta: feed 1, flags 0,
-    put(0, 8);                               // configuration 0
-    for (int c = 0; c < 10; c++) record(80, {}, configuration_strings, {});
-    ASSERT_EQ(text, 22u);
-    u32 start[193];
-    code_point_list_t start_list;
-    code_point_list_init(&start_list, start, 193);
-    std::sort(start, start + 193);
-    put(193, 4);
-    for (u32 c : start) put(c, 4);
-    put(22, 4);
-    for (char c : std::string("http://x/feedXHig1news")) e.push_back((u8)c);
-
-    std::vector<u8> actual = read_bytes(path);
-    ASSERT_EQ(actual.size(), e.size());
-    for (size_t i = 0; i < e.size(); i++) ASSERT_EQ(actual[i], e[i]) << "first difference at byte " << i;
-}
-
 TEST(ReaderFile, FileDates) {
     std::pair<const char *, bool> rows[] = {
         {"feed_data_20260101_000000.bin", true},
@@ -581,33 +514,6 @@ TEST(ReaderFile, NoByteOfADamagedFileCrashesTheLoad) {
         refused += read_back(p) != 0;
     }
     EXPECT_GT(refused, 100u);
-}
-
-TEST(ReaderFile, DamagedNewestFileIsReportedAndKept) {
-    temp_folder_t folder("report");
-    std::vector<u8> good = small_file(folder);
-    fs::remove(folder.file("source.bin"));
-    write_bytes(folder.file("feed_data_20240101_000000.bin"), good);
-    write_bytes(folder.file("feed_data_20240102_000000.bin"), std::vector<u8>(good.begin(), good.begin() + good.size() / 2));
-
-    test_reader_t t;
-    std::string reported;
-    u32 error = load(t, folder.text, &reported);
-    EXPECT_NE(error, 0u);
-    EXPECT_EQ(reported, folder.file("feed_data_20240102_000000.bin"));
-    testing::internal::CaptureStderr();
-    data_t path = view_of(reported);
-    reader_report_unreadable(&path, error);
-    std::string message = testing::internal::GetCapturedStderr();
-    EXPECT_NE(message.find(reported), std::string::npos) << message;
-    EXPECT_NE(message.find("previous snapshot"), std::string::npos) << message;
-    EXPECT_EQ(folder.names().size(), 2u) << "nothing is deleted";
-
-    // Moved away, the previous snapshot loads.
-    fs::rename(reported, folder.file("moved-away.old"));
-    test_reader_t again;
-    EXPECT_EQ(load(again, folder.text), 0u);
-    EXPECT_EQ(again.reader.entries.entry_count, 2u);
 }
 
 TEST(ReaderFile, FailedWriteLeavesNoFileAndAUsableReader) {
