@@ -1,12 +1,11 @@
 // The real window layer under a private X server: SDL events pushed into its
 // queue come out of the pump as key bytes, text and close requests; a wake
-// from another thread ends a waiting pump; SIGTERM becomes a close request.
+// from another thread ends a waiting pump.
 #include "gfx/window.h"
 
 #include <SDL.h>
 #include <gtest/gtest.h>
 
-#include <signal.h>
 #include <string>
 #include <thread>
 #include <unistd.h>
@@ -128,15 +127,6 @@ TEST_F(sdl_input_t, AltF4AndTheWindowsCloseButtonAskToClose) {
     SDL_PushEvent(&e);
     pump();
     EXPECT_EQ(window.closing, 1u);
-}
-
-TEST_F(sdl_input_t, SigtermBecomesACloseRequest) {
-    for (int signal : {SIGTERM, SIGINT}) {
-        window.closing = 0;
-        raise(signal);
-        window_handle_messages(&window, 1); // waits until the quit event is there
-        EXPECT_EQ(window.closing, 1u) << signal;
-    }
 }
 
 TEST_F(sdl_input_t, AWakeFromAnotherThreadEndsTheWait) {
