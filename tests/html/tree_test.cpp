@@ -176,18 +176,3 @@ TEST(HtmlDocument, OneCall) {
     EXPECT_EQ(broken.error, (u32)html_tokenizer_error_eof_quoted_attribute_value);
     EXPECT_EQ(broken.doc.tree.node_count, 3u);
 }
-
-// The debugging dumps the command-line tools print.
-TEST(HtmlDocument, Dumps) {
-    document_t d("<!doctype html><p class=x>a<br/><!--c--></p>");
-    ASSERT_EQ(d.error, 0u);
-    u64 mark = log_mark();
-    hp_print_tokens(&d.doc.tokens);
-    EXPECT_EQ(log_since(mark), "doctype legacy=0\nstart_tag: p self_closing=0\n    class=\"x\"\ntext: a\n"
-                               "start_tag: br self_closing=1\ncomment: c\nend_tag: p\n");
-    mark = log_mark();
-    html_tree_print(&d.doc.tree);
-    std::string tree = log_since(mark);
-    for (const char *line : {"p class=\"x\"\n", "text_node: a\n", "br\n"})
-        EXPECT_NE(tree.find(line), std::string::npos) << tree;
-}

@@ -175,25 +175,6 @@ TEST(Program, OpensIdlesAndSavesWhenASignalEndsIt) {
     }
 }
 
-TEST(Program, ANewRunLoadsTheLastSnapshotAndAddsOne) {
-    run_t run;
-    run.start({"-gfx_log"});
-    ASSERT_TRUE(run.wait_for_file(run.folder / "win32_opengl.log", "GL_VERSION", 60)) << run.err();
-    kill(run.pid, SIGTERM);
-    ASSERT_TRUE(run.wait_exit(60));
-    ASSERT_EQ(run.snapshots().size(), 1u);
-    // Snapshot names carry the second; the next one must not fall on it.
-    std::this_thread::sleep_for(std::chrono::milliseconds(1100));
-    fs::remove(run.folder / "win32_opengl.log");
-    run.start({"-gfx_log"});
-    ASSERT_TRUE(run.wait_for_file(run.folder / "win32_opengl.log", "GL_VERSION", 60)) << run.err();
-    kill(run.pid, SIGTERM);
-    ASSERT_TRUE(run.wait_exit(60));
-    EXPECT_EQ(WEXITSTATUS(run.status), 0);
-    EXPECT_EQ(run.snapshots().size(), 2u);
-    EXPECT_EQ(run.err(), "");
-}
-
 TEST(Program, WithoutAWindowItStillSavesAndSaysWhy) {
     struct {
         const char *what;

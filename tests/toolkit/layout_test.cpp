@@ -292,24 +292,6 @@ TEST_F(layout_test_t, ScrollClampAndVisibleSegments) {
     }
 }
 
-TEST_F(layout_test_t, BoxesAndFill) {
-    layout_t l = make(200, 100, 0, {4, 4, 4, 4});
-    layout_command_t *box = nullptr, *fill = nullptr;
-    frame(&l, [&](layout_t *p) {
-        layout_move(p, 0.5f, 0.5f, 0);
-        box = layout_add_box(p, 10, 20, &l, layout_box_move_right | layout_box_whole_pixels);
-        fill = layout_fill_width(p);
-    });
-    EXPECT_EQ(box->box.user, &l);
-    // At (5, 5) in the box after the ceil; the window's y goes up from 50.
-    EXPECT_EQ(box->box.rect.x, 105);
-    EXPECT_EQ(box->box.rect.z, 115);
-    EXPECT_EQ(box->box.rect.w, 150 - 5);
-    EXPECT_EQ(box->box.rect.y, 150 - 25);
-    EXPECT_EQ(fill->fill.width, 200 - 8 - (15 - 4));
-    EXPECT_EQ(l.content_height, 25 + 4);
-}
-
 // Whatever bytes a feed sends and however narrow the line: the passes end,
 // every segment lies in its string's bounds and the final walk measures what
 // the recording measured (both asserted inside).
