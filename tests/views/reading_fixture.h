@@ -7,10 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstdio>
-#include <fstream>
 #include <map>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -20,25 +17,14 @@
 #include "os/os_window.h"
 #include "reader/reader_fixture.h"
 #include "toolkit/layout.h"
+#include "toolkit/ui_test_helpers.h"
 #include "toolkit/ui_state.h"
 #include "toolkit/widgets.h"
 #include "views/view_article.h"
 
 inline data_t reading_font_file(const char *family, bool monospace) {
     data_t file = font_file_load(family, monospace);
-    if (file.bytes) return file;
-    std::string command = std::string("fc-match -f '%{file}' '") + (monospace ? "monospace" : "sans") + "'";
-    FILE *pipe = popen(command.c_str(), "r");
-    char path[4096] = {};
-    size_t n = pipe ? fread(path, 1, sizeof(path) - 1, pipe) : 0;
-    if (pipe) pclose(pipe);
-    std::ifstream in(std::string(path, n), std::ios::binary);
-    std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    if (bytes.empty()) return data_t{};
-    file = data_virtual_alloc(bytes.size(), 0);
-    memcpy(file.bytes, bytes.data(), bytes.size());
-    file.used = bytes.size();
-    return file;
+    return file.bytes ? file : ui_test::font_file(family, monospace);
 }
 
 // The application's fonts over the reader's code points, a window of the
