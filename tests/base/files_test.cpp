@@ -41,7 +41,7 @@ TEST(Files, WriteAllThenReadAll) {
     }
 }
 
-TEST(Files, OverwriteRulesAndRename) {
+TEST(Files, OverwriteRules) {
     temp_folder_t dir;
     std::string path = dir / "f.txt";
     data_t p = view_of(path);
@@ -53,46 +53,6 @@ TEST(Files, OverwriteRulesAndRename) {
     error = 0;
     file_write_all(&p, "3rd", 3, true, &error);
     EXPECT_EQ(read_whole(path), "3rd"); // truncated, not overlaid
-
-    // The safe save: write beside, flush, rename over.
-    std::string temp = dir / "f.tmp";
-    data_t t = view_of(temp);
-    file_handle_t h = file_open(&t, true, true, &error);
-    file_write(h, 0, 7, "renamed", &error);
-    file_flush(h, &error);
-    file_close(h, &error);
-    file_rename(&t, &p, &error);
-    EXPECT_EQ(error, 0u);
-    EXPECT_EQ(read_whole(path), "renamed");
-    EXPECT_FALSE(fs::exists(temp));
-    file_rename(&t, &p, &error);
-    EXPECT_EQ(error, (u32)file_error_write);
-}
-
-TEST(Files, ReadsAndWritesAtOffsets) {
-    temp_folder_t dir;
-    std::string path = dir / "o.bin";
-    data_t p = view_of(path);
-    u32 error = 0;
-    file_handle_t h = file_open(&p, true, true, &error);
-    file_write(h, 4, 3, "xyz", &error);
-    file_write(h, 0, 4, "abcd", &error);
-    file_close(h, &error);
-    ASSERT_EQ(error, 0u);
-    EXPECT_EQ(read_whole(path), "abcdxyz");
-    EXPECT_EQ(file_size_from_path(&p, &error), 7u);
-
-    h = file_open(&p, false, false, &error);
-    char buffer[16] = {};
-    EXPECT_EQ(file_read(h, 2, 3, buffer, &error), 3u);
-    EXPECT_EQ(std::string(buffer, 3), "cdx");
-    // Past the end: some bytes, then a short read.
-    EXPECT_EQ(error_of([&](u32 *e) { EXPECT_EQ(file_read(h, 5, 10, buffer, e), 2u); }),
-              (u32)file_error_short_read);
-    EXPECT_EQ(error_of([&](u32 *e) { file_read(h, 100, 1, buffer, e); }), (u32)file_error_read_zero);
-    // The handle is for reading.
-    EXPECT_EQ(error_of([&](u32 *e) { file_write(h, 0, 1, "q", e); }), (u32)file_error_write);
-    EXPECT_EQ(error_of([&](u32 *e) { file_close(h, e); }), 0u);
 }
 
 TEST(Files, ErrorChain) {

@@ -7,7 +7,6 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -56,22 +55,6 @@ TEST(OsWait, SemaphoreRefusesToPassItsMaximum) {
     os_semaphore_t *none = os_semaphore_create(0, 0);
     EXPECT_FALSE(os_semaphore_release(none, 1));
     os_semaphore_close(none);
-}
-
-TEST(OsWait, EventIsAutoReset) {
-    os_event_t *e = os_event_create();
-    os_event_signal(e);
-    os_event_signal(e); // stays one signal
-    os_event_wait(e);   // returns at once
-    std::atomic<u32> passed{0};
-    std::thread waiter([&] {
-        os_event_wait(e);
-        passed = 1;
-    });
-    os_event_signal(e);
-    waiter.join();
-    EXPECT_EQ(passed.load(), 1u);
-    os_event_close(e);
 }
 
 TEST(OsPlaces, UserDataFolderFollowsXdg) {

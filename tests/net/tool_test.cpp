@@ -225,23 +225,6 @@ TEST_F(tool_fixture, parse_reads_a_local_document_under_its_address) {
     EXPECT_EQ(d["feeds"].size(), 2u);
 }
 
-TEST_F(tool_fixture, decode_writes_utf8) {
-    fs::create_directories(folder);
-    std::string file = folder + "/latin.txt";
-    {
-        std::ofstream f(file, std::ios::binary);
-        f << "caf\xe9 \x80";
-    }
-    run_t r = tool({"decode", "latin1", file});
-    EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(r.out, "caf\xc3\xa9 \xe2\x82\xac"); // latin1 is windows-1252
-    EXPECT_NE(tool({"decode", "no-such-encoding", file}).status, 0);
-    // A stateful decoder, fed the whole file.
-    std::ofstream(file, std::ios::binary) << "\x1b$B\x30\x21\x1b(B ok";
-    r = tool({"decode", "iso-2022-jp", file});
-    EXPECT_EQ(r.out, "\xe4\xba\x9c ok");
-}
-
 TEST_F(tool_fixture, html_gives_tokens_tree_and_the_tokenizer_report_as_json) {
     fs::create_directories(folder);
     std::string good = folder + "/good.html", bad = folder + "/bad.html";

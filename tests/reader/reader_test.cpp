@@ -8,13 +8,6 @@
 
 #include "reader_fixture.h"
 
-TEST(ReaderCreate, FullPoolsGiveNull) {
-    test_reader_t t;
-    for (u32 i = 0; i < reader_feed_capacity; i++) ASSERT_TRUE(reader_new_feed(&t.reader, reader_type_rss));
-    EXPECT_EQ(reader_new_feed(&t.reader, reader_type_rss), nullptr);
-    EXPECT_EQ(t.reader.last_feed_id, reader_feed_capacity);
-}
-
 TEST(ReaderCreate, ResetGivesTheStoreOfAFreshReader) {
     test_reader_t fresh, t;
     feed_t *rss = t.rss_feed("http://a/rss", "A");

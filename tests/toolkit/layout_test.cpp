@@ -91,20 +91,6 @@ TEST_F(layout_test_t, SingleLineSize) {
     }
 }
 
-TEST_F(layout_test_t, ByteAtPosition) {
-    const std::string text = "a\xE2\x82\xAC" "b\ncd"; // a, the euro sign, b, then a second line
-    f32 wa = advance('a') - bearing('a');
-    f32 we = kern('a', 0x20AC) + advance(0x20AC);
-    f32 middle_a = roundf(wa * 0.5f), middle_e = roundf(wa + we * 0.5f);
-    struct row_t {
-        f32 position;
-        u64 byte;
-    } rows[] = {{-10, 0}, {middle_a - 0.5f, 0}, {middle_a, 1}, {middle_e - 0.5f, 1}, {middle_e, 4}, {1000, 5}};
-    for (const row_t &r : rows)
-        EXPECT_EQ(layout_get_byte_at_position(font(), (const u8 *)text.data(), text.size(), r.position), r.byte)
-            << r.position;
-}
-
 TEST_F(layout_test_t, FitSingleLine) {
     const std::string text = "Hello world";
     const std::string dots = "\xE2\x80\xA6";
