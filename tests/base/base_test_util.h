@@ -1,4 +1,4 @@
-// Helpers shared by the base tests: temporary folders and plain file access
+// Helpers shared by the tests: temporary folders and plain file access
 // through the standard library, independent of the code under test.
 #pragma once
 
@@ -12,7 +12,7 @@
 #include <string>
 
 inline data_t view_of(const std::string &s) { return data_t{s.size(), s.size(), (u8 *)s.data()}; }
-inline std::string text_of(const data_t &d) { return std::string((const char *)d.bytes, d.used); }
+inline std::string text_of(const data_t &d) { return d.used ? std::string((const char *)d.bytes, d.used) : ""; }
 
 inline std::string read_whole(const std::string &path) {
     std::ifstream in(path, std::ios::binary);

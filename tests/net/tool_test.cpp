@@ -9,8 +9,8 @@
 #include <filesystem>
 #include <fstream>
 #include <mutex>
-#include <sstream>
 
+#include "base/base_test_util.h"
 #include "net/json_test_util.h"
 #include "net/test_server.h"
 
@@ -22,13 +22,6 @@ struct run_t {
     int status = -1;
     std::string out, err;
 };
-
-std::string slurp(const std::string &path) {
-    std::ifstream f(path, std::ios::binary);
-    std::stringstream s;
-    s << f.rdbuf();
-    return s.str();
-}
 
 std::string quote(const std::string &s) {
     std::string q = "'";
@@ -46,8 +39,8 @@ run_t tool(const std::vector<std::string> &args) {
     run_t r;
     int raw = std::system(command.c_str());
     r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : 128 + WTERMSIG(raw);
-    r.out = slurp(base + ".out");
-    r.err = slurp(base + ".err");
+    r.out = read_whole(base + ".out");
+    r.err = read_whole(base + ".err");
     fs::remove(base + ".out");
     fs::remove(base + ".err");
     return r;
@@ -173,7 +166,7 @@ TEST_F(tool_fixture, export_writes_the_list_and_import_reads_it_back) {
     ASSERT_EQ(tool({"update", "-path", folder, server.url("/1.xml"), server.url("/2.xml")}).status, 0);
     std::string list = folder + "/list.txt";
     ASSERT_EQ(tool({"export", "-path", folder, list}).status, 0);
-    std::string text = slurp(list);
+    std::string text = read_whole(list);
     EXPECT_NE(text.find(server.url("/1.xml") + "\n"), std::string::npos);
     EXPECT_NE(text.find(server.url("/2.xml") + "\n"), std::string::npos);
     EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 2);

@@ -4,6 +4,8 @@
 // damaged newest snapshot stops it before any file is touched.
 #include <gtest/gtest.h>
 
+#include "base/base_test_util.h"
+
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
@@ -22,13 +24,6 @@
 namespace fs = std::filesystem;
 
 namespace {
-
-std::string read_file(const fs::path &path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
 
 struct run_t {
     fs::path folder; // the test's own folder: the working directory
@@ -90,7 +85,7 @@ struct run_t {
 
     bool wait_for_file(const fs::path &path, const std::string &text, int seconds) {
         for (int i = 0; i < seconds * 20; ++i) {
-            if (fs::exists(path) && read_file(path).find(text) != std::string::npos) return true;
+            if (fs::exists(path) && read_whole(path).find(text) != std::string::npos) return true;
             if (waitpid(pid, &status, WNOHANG) == pid) {
                 pid = -1;
                 return false;
@@ -102,7 +97,7 @@ struct run_t {
 
     // User and system clock ticks so far.
     long cpu_ticks() const {
-        std::string stat = read_file("/proc/" + std::to_string(pid) + "/stat");
+        std::string stat = read_whole("/proc/" + std::to_string(pid) + "/stat");
         std::istringstream fields(stat.substr(stat.rfind(')') + 2));
         std::string field;
         long utime = 0, stime = 0;
@@ -136,7 +131,7 @@ struct run_t {
         return found;
     }
 
-    std::string err() const { return read_file(folder / "stderr.txt"); }
+    std::string err() const { return read_whole(folder / "stderr.txt"); }
 };
 
 TEST(Program, OpensIdlesAndSavesWhenASignalEndsIt) {
@@ -155,7 +150,7 @@ TEST(Program, OpensIdlesAndSavesWhenASignalEndsIt) {
         EXPECT_EQ(run.snapshots().size(), 1u);
         EXPECT_EQ(run.err(), "");
         // -log: the main log, with the frames that ran; -profile: the events.
-        EXPECT_NE(read_file(run.folder / "log.txt").find("Frame start: "), std::string::npos);
+        EXPECT_NE(read_whole(run.folder / "log.txt").find("Frame start: "), std::string::npos);
         EXPECT_GT(fs::file_size(run.folder / "profile.bin"), 64u);
         // The report tool reads what the program wrote: the main thread's
         // frames and the six workers' timelines.
@@ -223,7 +218,7 @@ TEST(Program, ADamagedNewestSnapshotStopsTheStartUpAndTouchesNothing) {
         auto listing = [&] {
             std::map<std::string, std::pair<std::string, fs::file_time_type>> m;
             for (auto &e : fs::directory_iterator(run.data))
-                m[e.path().filename().string()] = {read_file(e.path()), fs::last_write_time(e.path())};
+                m[e.path().filename().string()] = {read_whole(e.path()), fs::last_write_time(e.path())};
             return m;
         };
         auto before = listing();

@@ -6,12 +6,9 @@
 #include <string>
 #include <vector>
 
+#include "../base/base_test_util.h"
 #include "base/log.h"
 #include "reader/reader.h"
-
-inline std::string text_of(const data_t &d) { return d.used ? std::string((const char *)d.bytes, d.used) : ""; }
-
-inline data_t view_of(const std::string &s) { return data_t{s.size(), s.size(), (u8 *)s.data()}; }
 
 inline date_t make_date(u16 year, u8 month, u8 day, u8 hour = 0, u8 minute = 0, u8 second = 0) {
     return date_t{year, month, day, hour, minute, second, 0};

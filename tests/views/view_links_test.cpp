@@ -17,11 +17,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string read_whole(const fs::path &path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-}
-
 struct links_test_t : views_fixture_t {
     fs::path folder;
     fs::path script;   // records each start: its arguments, one a line, then "--"
