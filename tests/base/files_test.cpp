@@ -7,7 +7,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <filesystem>
 #include <set>
 #include <string>
@@ -218,31 +217,4 @@ TEST(FilesWalk, MissingFolderAndTinyBlocks) {
     EXPECT_EQ(list.capacity, 0u);
     EXPECT_EQ(list.paths, nullptr);
     EXPECT_EQ(tiny.used, 3u);
-}
-
-TEST(FilesWalk, SortMovesAllArraysTogether) {
-    for (u32 n : {1u, 2u, 3u, 17u, 200u}) {
-        std::vector<u64> keys(n), sizes(n), times(n);
-        std::vector<u8 *> paths(n);
-        std::vector<u16> offsets(n);
-        std::vector<u8> dirs(n);
-        for (u32 i = 0; i < n; i++) {
-            keys[i] = (n - i) % 5; // many equal keys
-            sizes[i] = keys[i] * 10;
-            times[i] = keys[i] * 100;
-            paths[i] = (u8 *)(uintptr_t)(keys[i] + 1);
-            offsets[i] = (u16)keys[i];
-            dirs[i] = (u8)(keys[i] & 1);
-        }
-        file_list_t list = {nullptr, paths.data(), sizes.data(), offsets.data(), dirs.data(), times.data(), n, n};
-        file_list_sort(&list, keys.data());
-        EXPECT_TRUE(std::is_sorted(keys.begin(), keys.end()));
-        for (u32 i = 0; i < n; i++) {
-            EXPECT_EQ(sizes[i], keys[i] * 10);
-            EXPECT_EQ(times[i], keys[i] * 100);
-            EXPECT_EQ((uintptr_t)paths[i], keys[i] + 1);
-            EXPECT_EQ(offsets[i], keys[i]);
-            EXPECT_EQ(dirs[i], keys[i] & 1);
-        }
-    }
 }

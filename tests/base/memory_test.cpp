@@ -80,11 +80,7 @@ struct item_t {
     u32 value;
 };
 
-bool item_is_live(void *entry, pool_iterator_t *) { return ((item_t *)entry)->live != 0; }
 bool item_is_live_index(void *entry, u64, u64) { return ((item_t *)entry)->live != 0; }
-bool item_less(void *a, void *b) { return ((item_t *)a)->value > ((item_t *)b)->value; }
-void item_swap(void *a, void *b) { std::swap(*(item_t *)a, *(item_t *)b); }
-bool item_any(void *, void *) { return true; }
 std::vector<std::pair<void *, void *>> moves;
 void item_moved(void *old_entry, void *new_entry) { moves.push_back({old_entry, new_entry}); }
 
@@ -126,21 +122,6 @@ TEST(Pool, TakesInOrderAndReusesReleased) {
     EXPECT_EQ((uintptr_t)pool.entries % 8, 0u);
 }
 
-TEST(Pool, IteratorVisitsLiveEntriesInIndexOrder) {
-    pool_t pool;
-    pool_fill(&pool, {0, 1, 2, 3, 4, 5}, 1);
-    for (u32 gone : {1, 4}) {
-        pool_release_index(&pool, gone);
-        item_at(&pool, gone)->live = 0;
-    }
-    pool_iterator_t it;
-    pool_iterator_create(&it, &pool, sizeof(item_t), item_is_live);
-    std::vector<u32> seen;
-    while (item_t *e = (item_t *)pool_iterator_next(&it)) seen.push_back(e->value);
-    EXPECT_EQ(seen, (std::vector<u32>{0, 2, 3, 5}));
-    pool_destroy(&pool);
-}
-
 TEST(Pool, CompactMovesLiveEntriesToTheFront) {
     pool_t pool;
     pool_fill(&pool, {0, 1, 2, 3, 4, 5}, 0);
@@ -153,16 +134,6 @@ TEST(Pool, CompactMovesLiveEntriesToTheFront) {
     ASSERT_EQ(moves.size(), 1u);
     EXPECT_EQ(moves[0].first, item_at(&pool, 5));
     EXPECT_EQ(pool_index_of(&pool, sizeof(item_t), pool_take(&pool, sizeof(item_t))), 2u);
-    pool_destroy(&pool);
-}
-
-TEST(Pool, SortOrdersLiveEntries) {
-    pool_t pool;
-    pool_fill(&pool, {3, 9, 1, 7, 5}, 1);
-    pool_sort(&pool, sizeof(item_t), false, nullptr, item_is_live_index, item_any, item_less, item_swap);
-    EXPECT_EQ(pool_values(&pool, 5), (std::vector<u32>{1, 3, 5, 7, 9}));
-    pool_sort(&pool, sizeof(item_t), true, nullptr, item_is_live_index, item_any, item_less, item_swap);
-    EXPECT_EQ(pool_values(&pool, 5), (std::vector<u32>{9, 7, 5, 3, 1}));
     pool_destroy(&pool);
 }
 

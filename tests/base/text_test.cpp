@@ -40,15 +40,9 @@ TEST(TextSearch, FindFirstAndLast) {
     EXPECT_EQ(memory_find(nullptr, nullptr, "a", 1), nullptr);
 }
 
-TEST(TextSearch, PrefixesAndCase) {
-    std::string t = "Content-Type", p = "content-", q = "Content-";
-    data_t tv = view(t), pv = view(p), qv = view(q);
-    EXPECT_FALSE(data_starts_with(&tv, &pv));
-    EXPECT_TRUE(data_starts_with(&tv, &qv));
-    EXPECT_TRUE(data_starts_with_ignore_case(&tv, &pv));
-    EXPECT_FALSE(data_starts_with(&pv, &tv)); // prefix longer than the text
-    std::string u = "CONTENT-TYPE", w = "content-typ\xC3\x89";
-    data_t uv = view(u), wv = view(w);
+TEST(TextSearch, EqualIgnoringCase) {
+    std::string t = "Content-Type", u = "CONTENT-TYPE", w = "content-typ\xC3\x89";
+    data_t tv = view(t), uv = view(u), wv = view(w);
     EXPECT_TRUE(data_equal_ignore_case(&tv, &uv));
     EXPECT_FALSE(data_equal_ignore_case(&tv, &wv));
     data_t none = {}; // an empty text has no bytes at all
@@ -57,18 +51,12 @@ TEST(TextSearch, PrefixesAndCase) {
 }
 
 TEST(TextSearch, SpaceFinders) {
-    std::string s = "  ab \t";
-    const u8 *f = b(s), *e = f + s.size();
-    EXPECT_EQ(text_find_non_space(f, e), f + 2);
-    EXPECT_EQ(text_find_space(f + 2, e), f + 4);
-    EXPECT_EQ(text_find_non_space_backward(f, e), f + 3);
-    EXPECT_EQ(text_find_space_backward(f, f + 3), f + 1);
-    std::string blank = " \n\r";
+    std::string s = "  ab \t", blank = " \n\r";
+    EXPECT_EQ(text_find_non_space(b(s), b(s) + s.size()), b(s) + 2);
     EXPECT_EQ(text_find_non_space(b(blank), b(blank) + 3), nullptr);
-    EXPECT_EQ(text_find_space(f + 2, f + 4), nullptr);
 }
 
-TEST(TextEdit, TrimSplitLowercase) {
+TEST(TextEdit, TrimAndSplit) {
     std::string s = "value;; ";
     data_t sv = view(s), out;
     data_t set = data_literal("; ");
@@ -83,22 +71,12 @@ TEST(TextEdit, TrimSplitLowercase) {
     EXPECT_EQ(str(items[1]), "b");
     EXPECT_EQ(str(items[2]), "c ");
     EXPECT_EQ(data_split_commas(&lv, items, 2), 2u);
-
-    std::string m = "MiXeD \xC3\x89";
-    data_t mv = view(m);
-    data_to_ascii_lowercase(&mv);
-    EXPECT_EQ(m, "mixed \xC3\x89");
 }
 
-TEST(TextEdit, PushesAndAppendInto) {
+TEST(TextEdit, PushesStopWhenFull) {
     u8 storage[16];
     data_t arena = {sizeof(storage), 0, storage};
-    data_t grow = {};
-    data_t one = data_literal("abc"), two = data_literal("de");
-    data_append_into(&arena, &grow, &one);
-    data_append_into(&arena, &grow, &two);
-    EXPECT_EQ(str(grow), "abcde");
-    EXPECT_EQ(grow.bytes, storage);
+    EXPECT_NE(data_push_c_string(&arena, "abcde"), nullptr);
     EXPECT_NE(data_push_c_string(&arena, "xyz"), nullptr);
     EXPECT_EQ(data_push_raw(&arena, "0123456789", 10), nullptr); // does not fit
     EXPECT_EQ(arena.used, 8u);
