@@ -1,5 +1,5 @@
 // The store in memory: creation, text and rollback, look-ups, deletion and
-// purge, sorting, walks, generations, compaction and the audit.
+// purge, sorting, walks, compaction and the audit.
 #include <algorithm>
 #include <cstring>
 #include <random>
@@ -232,26 +232,6 @@ TEST(ReaderWalks, FeedsShowEmptyAndDeleted) {
     EXPECT_EQ(reader_first_feed(&t.reader, true, 2, 2, reader_deleted, 0, reader_deleted, 0), marked);
     EXPECT_EQ(reader_previous_feed(&t.reader, marked, true, 2, 2, reader_deleted, 0, reader_deleted, 0), nullptr);
     EXPECT_EQ(reader_last_feed(&t.reader, true, 2, 2, 0, reader_deleted, 0, reader_deleted), marked);
-}
-
-TEST(ReaderGenerations, AdvanceAndNeighbours) {
-    test_reader_t t;
-    u32 minimum = 0, maximum = 0;
-    reader_generation_advance(&t.reader, &minimum, &maximum);
-    EXPECT_EQ((std::vector<u32>{t.reader.generation, minimum, maximum}), (std::vector<u32>{1, 1, 1}));
-    feed_t *feed = t.rss_feed("http://f", "F");
-    for (u32 g : {1u, 3u, 4u, 6u}) {
-        t.reader.generation = g;
-        entry_t *e = t.rss_entry(feed, "e", "g" + std::to_string(g), make_date(2024, 1, 1));
-        if (g == 4) entry_mark_deleted(e);
-    }
-    t.reader.generation = 7;
-    EXPECT_EQ(reader_previous_generation(&t.reader, 1, 0, 0), 1u);
-    EXPECT_EQ(reader_previous_generation(&t.reader, 6, 0, 0), 3u) << "4 holds only a marked entry";
-    EXPECT_EQ(reader_previous_generation(&t.reader, 6, 0, reader_deleted), 4u);
-    EXPECT_EQ(reader_next_generation(&t.reader, 1, 0, 0), 3u);
-    EXPECT_EQ(reader_next_generation(&t.reader, 3, reader_deleted, 0), 4u);
-    EXPECT_EQ(reader_next_generation(&t.reader, 6, 0, 0), 6u);
 }
 
 static std::vector<std::pair<u8 *, u64>> g_released;
