@@ -7,23 +7,11 @@
 // as up only, and a loaded machine may take a while for a frame; so keys and
 // the button are held until what they do can be seen (the caret, a request,
 // a snapshot that says so), and a press that left no trace is pressed again.
-#include <gtest/gtest.h>
-
-#include <chrono>
-#include <csignal>
 #include <cstdio>
-#include <filesystem>
-#include <string>
-#include <thread>
-
-#include <fcntl.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include "net/json_test_util.h"
 #include "net/test_server.h"
-
-namespace fs = std::filesystem;
+#include "program_run.h"
 
 namespace {
 
@@ -75,37 +63,7 @@ std::string rss(int items) {
     return out + "</channel></rss>";
 }
 
-struct program_t {
-    fs::path folder, data;
-    pid_t pid = -1;
-    int status = 0;
-    program_t() {
-        char pattern[] = "/tmp/tidewrack_scenario_XXXXXX";
-        folder = mkdtemp(pattern);
-        data = folder / "data";
-    }
-    ~program_t() {
-        if (pid > 0) {
-            kill(pid, SIGKILL);
-            waitpid(pid, nullptr, 0);
-        }
-        std::error_code ignored;
-        fs::remove_all(folder, ignored);
-    }
-    void start() {
-        pid = fork();
-        if (pid == 0) {
-            int err = open((folder / "stderr.txt").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-            dup2(err, 2);
-            if (chdir(folder.c_str()) != 0) _exit(120);
-            std::string path = data.string();
-            execl(TIDEWRACK_PROGRAM, TIDEWRACK_PROGRAM, "-path", path.c_str(), (char *)nullptr);
-            _exit(121);
-        }
-    }
-    bool exited(int seconds) {
-        return eventually([&] { return waitpid(pid, &status, WNOHANG) == pid && (pid = -1); }, seconds);
-    }
+struct program_t : run_t {
     json_value_t dump() {
         bool ok = false;
         json_value_t value = json_parse(run_command(std::string(TIDEWRACK_TOOL) + " dump -path " + data.string()), &ok);
@@ -129,7 +87,7 @@ TEST(Scenario, AddUpdateDeleteSaveAndClose) {
         return response;
     });
     program_t program;
-    program.start();
+    program.start({});
     // The address field of the add feed panel, which the program opens on:
     // once the window shows it drawn (white), the program takes input.
     std::string window;
@@ -177,9 +135,9 @@ TEST(Scenario, AddUpdateDeleteSaveAndClose) {
 
     // Closing the window purges what is marked and saves.
     xdotool("keydown alt");
-    bool closed = hold_until("F4", [&] { return program.exited(1); });
+    bool closed = hold_until("F4", [&] { return program.wait_exit(1); });
     xdotool("keyup alt");
-    ASSERT_TRUE(closed || program.exited(60));
+    ASSERT_TRUE(closed || program.wait_exit(60));
     ASSERT_TRUE(WIFEXITED(program.status));
     EXPECT_EQ(WEXITSTATUS(program.status), 0);
     json_value_t last = program.dump();
