@@ -2,6 +2,7 @@
 // through the standard library, independent of the code under test.
 #pragma once
 
+#include "base/log.h"
 #include "base/memory.h"
 
 #include <cstdlib>
@@ -22,6 +23,13 @@ inline std::string read_whole(const std::string &path) {
 inline void write_whole(const std::string &path, const std::string &bytes) {
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
     out.write(bytes.data(), (std::streamsize)bytes.size());
+}
+
+// The text written to a log channel since `mark`, a count of its bytes.
+inline u64 log_mark(u32 channel = log_main) { return log_channel(channel)->data.used; }
+inline std::string log_since(u64 mark, u32 channel = log_main) {
+    const data_t &d = log_channel(channel)->data;
+    return d.bytes && d.used >= mark ? std::string((const char *)d.bytes + mark, d.used - mark) : "";
 }
 
 // The error code a call leaves, starting from none: error_of([&](u32 *e) { f(..., e); }).

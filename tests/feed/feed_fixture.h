@@ -4,8 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -17,18 +15,11 @@ namespace feed_test {
 
 inline std::string text(const data_t &d) { return text_of(d); }
 inline data_t view(const std::string &s) { return view_of(s); }
-inline u64 log_mark(u32 channel) { return log_channel(channel)->data.used; }
-inline std::string log_since(u32 channel, u64 mark) {
-    const data_t &d = log_channel(channel)->data;
-    return d.bytes && d.used >= mark ? std::string((const char *)d.bytes + mark, d.used - mark) : "";
-}
 // A sample document of tests/feed/documents.
 inline std::string read_document(const std::string &name) {
-    std::ifstream in(std::string(FEED_TEST_DOCUMENTS "/") + name, std::ios::binary);
-    EXPECT_TRUE(in.good()) << name;
-    std::stringstream out;
-    out << in.rdbuf();
-    return out.str();
+    std::string document = read_whole(std::string(FEED_TEST_DOCUMENTS "/") + name);
+    EXPECT_FALSE(document.empty()) << name;
+    return document;
 }
 // date_to_number of a date, for comparisons that print readably.
 inline u64 when(u64 year, u64 month, u64 day, u64 hour = 0, u64 minute = 0) {

@@ -77,7 +77,7 @@ TEST_F(feed_query_fixture, failures_are_logged_for_the_user_and_leave_no_feed) {
     test_server_t server(site.handler());
     test_engine_t engine;
     std::string refused = "http://127.0.0.1:1/feed.xml";
-    u64 mark = log_main_mark();
+    u64 mark = log_mark();
     engine.add(refused);
     engine.add(server.url("/missing.xml")); // a 404 page: parsed, no feed, no message
     engine.run();
@@ -86,11 +86,11 @@ TEST_F(feed_query_fixture, failures_are_logged_for_the_user_and_leave_no_feed) {
     EXPECT_EQ(engine.context.parsed_count, 1u);
     EXPECT_EQ(engine.show_log_calls, 1);
     EXPECT_EQ(user_log(), "Error while retrieving feed: " + refused + "\n    Returned (5) http_error_internet_open_url");
-    EXPECT_NE(log_main_since(0).find("http_get_file error: " + refused + " returned (5) http_error_internet_open_url\n"),
+    EXPECT_NE(log_since(0).find("http_get_file error: " + refused + " returned (5) http_error_internet_open_url\n"),
               std::string::npos);
     // Only the fetch that came back is handed to the parser, and says so.
-    EXPECT_NE(log_main_since(mark).find("Parsing: " + server.url("/missing.xml") + "\n"), std::string::npos);
-    EXPECT_EQ(log_main_since(mark).find("Parsing: " + refused), std::string::npos);
+    EXPECT_NE(log_since(mark).find("Parsing: " + server.url("/missing.xml") + "\n"), std::string::npos);
+    EXPECT_EQ(log_since(mark).find("Parsing: " + refused), std::string::npos);
 
     engine.add(refused + "?again");
     engine.run();

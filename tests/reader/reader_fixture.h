@@ -114,15 +114,3 @@ struct test_reader_t {
         return out;
     }
 };
-
-// The text written to log channel 0 since `mark` (a byte count).
-inline std::string log_main_since(u64 mark) {
-    log_channel_t *channel = log_channel(log_main);
-    if (!channel->data.bytes || channel->data.used < mark) return "";
-    return std::string((const char *)channel->data.bytes + mark, channel->data.used - mark);
-}
-
-inline u64 log_main_mark() {
-    log_channel_t *channel = log_channel(log_main);
-    return channel->data.bytes ? channel->data.used : 0;
-}
