@@ -5,6 +5,7 @@
 #include "base/log.h"
 #include "base/memory.h"
 
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -30,6 +31,17 @@ inline u64 log_mark(u32 channel = log_main) { return log_channel(channel)->data.
 inline std::string log_since(u64 mark, u32 channel = log_main) {
     const data_t &d = log_channel(channel)->data;
     return d.bytes && d.used >= mark ? std::string((const char *)d.bytes + mark, d.used - mark) : "";
+}
+
+// What a shell command prints on its standard output; `status` gets its exit status.
+inline std::string command_output(const std::string &command, int *status = nullptr) {
+    FILE *pipe = popen(command.c_str(), "r");
+    std::string out;
+    char buffer[65536];
+    for (size_t n; pipe && (n = fread(buffer, 1, sizeof(buffer), pipe)) > 0;) out.append(buffer, n);
+    int ended = pipe ? pclose(pipe) : -1;
+    if (status) *status = ended;
+    return out;
 }
 
 // The error code a call leaves, starting from none: error_of([&](u32 *e) { f(..., e); }).

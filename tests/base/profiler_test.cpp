@@ -8,7 +8,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <cstring>
 #include <functional>
 #include <string>
@@ -61,12 +60,7 @@ u64 events_of(const profiler_thread_t *t) { return (u64)(t->write - t->events); 
 
 // Runs the report tool on `arguments` and gives back what it printed and its exit status.
 std::string run_tool(const std::string &arguments, int *status) {
-    FILE *pipe = popen((std::string(TIDEWRACK_PROFILE_TOOL) + " " + arguments).c_str(), "r");
-    std::string printed;
-    char buffer[65536];
-    for (size_t n; pipe && (n = fread(buffer, 1, sizeof(buffer), pipe)) > 0;) printed.append(buffer, n);
-    *status = pipe ? pclose(pipe) : -1;
-    return printed;
+    return command_output(std::string(TIDEWRACK_PROFILE_TOOL) + " " + arguments, status);
 }
 
 u32 read_error(const std::string &path, const std::string &bytes) {

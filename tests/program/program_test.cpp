@@ -30,13 +30,10 @@ TEST(Program, OpensIdlesAndSavesWhenASignalEndsIt) {
         EXPECT_GT(fs::file_size(run.folder / "profile.bin"), 64u);
         // The report tool reads what the program wrote: the main thread's
         // frames and the six workers' timelines.
-        std::string command = std::string(TIDEWRACK_PROFILE_TOOL) + " " + (run.folder / "profile.bin").string();
-        FILE *pipe = popen(command.c_str(), "r");
-        ASSERT_NE(pipe, nullptr);
-        std::string report;
-        char buffer[4096];
-        for (size_t n; (n = fread(buffer, 1, sizeof(buffer), pipe)) > 0;) report.append(buffer, n);
-        EXPECT_EQ(pclose(pipe), 0);
+        int status = -1;
+        std::string report =
+            command_output(std::string(TIDEWRACK_PROFILE_TOOL) + " " + (run.folder / "profile.bin").string(), &status);
+        EXPECT_EQ(status, 0);
         size_t main_at = report.find("] - main\n");
         ASSERT_NE(main_at, std::string::npos) << report.substr(0, 2000);
         EXPECT_NE(report.find("\nframe ", main_at), std::string::npos);

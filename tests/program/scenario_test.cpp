@@ -7,7 +7,6 @@
 // as up only, and a loaded machine may take a while for a frame; so keys and
 // the button are held until what they do can be seen (the caret, a request,
 // a snapshot that says so), and a press that left no trace is pressed again.
-#include <cstdio>
 
 #include "net/json_test_util.h"
 #include "net/test_server.h"
@@ -15,17 +14,7 @@
 
 namespace {
 
-std::string run_command(const std::string &command) {
-    FILE *pipe = popen(command.c_str(), "r");
-    if (!pipe) return "";
-    std::string out;
-    char buffer[4096];
-    for (size_t n; (n = fread(buffer, 1, sizeof(buffer), pipe)) > 0;) out.append(buffer, n);
-    pclose(pipe);
-    return out;
-}
-
-void xdotool(const std::string &arguments) { run_command("xdotool " + arguments + " 2>/dev/null"); }
+void xdotool(const std::string &arguments) { command_output("xdotool " + arguments + " 2>/dev/null"); }
 
 template <typename test_t> bool eventually(test_t test, int seconds) {
     for (int i = 0; i < seconds * 20; i++) {
@@ -66,7 +55,7 @@ std::string rss(int items) {
 struct program_t : run_t {
     json_value_t dump() {
         bool ok = false;
-        json_value_t value = json_parse(run_command(std::string(TIDEWRACK_TOOL) + " dump -path " + data.string()), &ok);
+        json_value_t value = json_parse(command_output(std::string(TIDEWRACK_TOOL) + " dump -path " + data.string()), &ok);
         return ok ? value : json_value_t{};
     }
     // Saves with F8 until the newest snapshot passes the test.
@@ -93,10 +82,10 @@ TEST(Scenario, AddUpdateDeleteSaveAndClose) {
     std::string window;
     ASSERT_TRUE(eventually(
         [&] {
-            window = run_command("xdotool search --onlyvisible --name '^Tidewrack' 2>/dev/null");
+            window = command_output("xdotool search --onlyvisible --name '^Tidewrack' 2>/dev/null");
             window = window.substr(0, window.find('\n'));
             if (window.empty()) return false;
-            std::string pixel = run_command("import -window " + window + " -crop 1x1+700+87 txt:- 2>/dev/null");
+            std::string pixel = command_output("import -window " + window + " -crop 1x1+700+87 txt:- 2>/dev/null");
             return pixel.find("white") != std::string::npos;
         },
         60))
@@ -105,7 +94,7 @@ TEST(Scenario, AddUpdateDeleteSaveAndClose) {
     // The button stays down until the field shows its caret at its left.
     xdotool("mousemove --window " + window + " 700 87");
     auto caret = [&] {
-        std::string pixels = run_command("import -window " + window + " -crop 4x1+466+87 txt:- 2>/dev/null");
+        std::string pixels = command_output("import -window " + window + " -crop 4x1+466+87 txt:- 2>/dev/null");
         return pixels.find("black") != std::string::npos;
     };
     ASSERT_TRUE(hold_until("", caret)) << "the address field didn't take the click";
