@@ -34,15 +34,6 @@ TEST(ArgsParse, QuotesAndBackslashes) {
     for (const Case &c : cases) EXPECT_EQ(split(c.line), c.expected) << c.line;
 }
 
-TEST(ArgsParse, PointerArrayIsAlignedInsideTheBuffer) {
-    i32 count = 0;
-    std::string line = "x y";
-    char **pointers = args_parse((const u8 *)line.data(), line.size(), &count);
-    EXPECT_EQ((uintptr_t)pointers % 8, 0u);
-    ASSERT_EQ(count, 2);
-    EXPECT_LT((void *)pointers[1], (void *)pointers);
-}
-
 TEST(ArgsParseDeathTest, EmptyOrOverlongLineStops) {
     std::string empty;
     EXPECT_DEATH(split(empty), "Empty command line or tool long command line.");

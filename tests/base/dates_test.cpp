@@ -113,16 +113,6 @@ TEST(Dates, Add) {
     EXPECT_EQ(date_add(d, INT64_MIN, INT64_MIN, 0, 0, 0, 0).year, 0);
 }
 
-TEST(Dates, NumbersAndOrder) {
-    EXPECT_TRUE(date_is_leap_year(2000));
-    EXPECT_FALSE(date_is_leap_year(1900));
-    date_t a = {2006, 1, 31, 23, 59, 59, 0}, b = {2006, 2, 1, 0, 0, 0, 0};
-    EXPECT_EQ(date_to_number(a), 20060131235959ull);
-    EXPECT_TRUE(date_is_after(b, a));
-    EXPECT_TRUE(date_is_before(a, b));
-    EXPECT_FALSE(date_is_after(a, a));
-}
-
 TEST(Dates, FileText) {
     u8 storage[32];
     data_t out = {sizeof(storage), 2, storage};

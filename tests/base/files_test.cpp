@@ -7,7 +7,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <filesystem>
 #include <set>
 #include <string>
@@ -41,7 +40,7 @@ TEST(Files, WriteAllThenReadAll) {
     }
 }
 
-TEST(Files, OverwriteRulesAndRename) {
+TEST(Files, OverwriteRules) {
     temp_folder_t dir;
     std::string path = dir / "f.txt";
     data_t p = view_of(path);
@@ -53,46 +52,6 @@ TEST(Files, OverwriteRulesAndRename) {
     error = 0;
     file_write_all(&p, "3rd", 3, true, &error);
     EXPECT_EQ(read_whole(path), "3rd"); // truncated, not overlaid
-
-    // The safe save: write beside, flush, rename over.
-    std::string temp = dir / "f.tmp";
-    data_t t = view_of(temp);
-    file_handle_t h = file_open(&t, true, true, &error);
-    file_write(h, 0, 7, "renamed", &error);
-    file_flush(h, &error);
-    file_close(h, &error);
-    file_rename(&t, &p, &error);
-    EXPECT_EQ(error, 0u);
-    EXPECT_EQ(read_whole(path), "renamed");
-    EXPECT_FALSE(fs::exists(temp));
-    file_rename(&t, &p, &error);
-    EXPECT_EQ(error, (u32)file_error_write);
-}
-
-TEST(Files, ReadsAndWritesAtOffsets) {
-    temp_folder_t dir;
-    std::string path = dir / "o.bin";
-    data_t p = view_of(path);
-    u32 error = 0;
-    file_handle_t h = file_open(&p, true, true, &error);
-    file_write(h, 4, 3, "xyz", &error);
-    file_write(h, 0, 4, "abcd", &error);
-    file_close(h, &error);
-    ASSERT_EQ(error, 0u);
-    EXPECT_EQ(read_whole(path), "abcdxyz");
-    EXPECT_EQ(file_size_from_path(&p, &error), 7u);
-
-    h = file_open(&p, false, false, &error);
-    char buffer[16] = {};
-    EXPECT_EQ(file_read(h, 2, 3, buffer, &error), 3u);
-    EXPECT_EQ(std::string(buffer, 3), "cdx");
-    // Past the end: some bytes, then a short read.
-    EXPECT_EQ(error_of([&](u32 *e) { EXPECT_EQ(file_read(h, 5, 10, buffer, e), 2u); }),
-              (u32)file_error_short_read);
-    EXPECT_EQ(error_of([&](u32 *e) { file_read(h, 100, 1, buffer, e); }), (u32)file_error_read_zero);
-    // The handle is for reading.
-    EXPECT_EQ(error_of([&](u32 *e) { file_write(h, 0, 1, "q", e); }), (u32)file_error_write);
-    EXPECT_EQ(error_of([&](u32 *e) { file_close(h, e); }), 0u);
 }
 
 TEST(Files, ErrorChain) {
@@ -163,23 +122,6 @@ TEST(Files, DirectoriesAndKinds) {
     EXPECT_EQ(error_of([&](u32 *e) { EXPECT_FALSE(directory_create(&d, e)); }), (u32)file_error_directory_create);
     // Reading a folder as a file is a failed open.
     EXPECT_EQ(error_of([&](u32 *e) { file_open(&s, false, false, e); }), (u32)file_error_open);
-}
-
-TEST(Files, PathExtensions) {
-    struct {
-        std::string path, extension, stem;
-    } cases[] = {
-        {"a.tar.gz", "gz", "a.tar"}, {"name", "", "name"},      {"feed_data.bin", "bin", "feed_data"},
-        {"dot.", "", "dot"},         {".hidden", "hidden", ""}, {"", "", ""},
-    };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.path);
-        data_t p = view_of(c.path);
-        EXPECT_EQ(text_of(path_extension(&p)), c.extension);
-        EXPECT_EQ(text_of(path_without_extension(&p)), c.stem);
-    }
-    data_t none = data_literal("name");
-    EXPECT_EQ(path_extension(&none).bytes, nullptr);
 }
 
 namespace {
@@ -275,31 +217,4 @@ TEST(FilesWalk, MissingFolderAndTinyBlocks) {
     EXPECT_EQ(list.capacity, 0u);
     EXPECT_EQ(list.paths, nullptr);
     EXPECT_EQ(tiny.used, 3u);
-}
-
-TEST(FilesWalk, SortMovesAllArraysTogether) {
-    for (u32 n : {1u, 2u, 3u, 17u, 200u}) {
-        std::vector<u64> keys(n), sizes(n), times(n);
-        std::vector<u8 *> paths(n);
-        std::vector<u16> offsets(n);
-        std::vector<u8> dirs(n);
-        for (u32 i = 0; i < n; i++) {
-            keys[i] = (n - i) % 5; // many equal keys
-            sizes[i] = keys[i] * 10;
-            times[i] = keys[i] * 100;
-            paths[i] = (u8 *)(uintptr_t)(keys[i] + 1);
-            offsets[i] = (u16)keys[i];
-            dirs[i] = (u8)(keys[i] & 1);
-        }
-        file_list_t list = {nullptr, paths.data(), sizes.data(), offsets.data(), dirs.data(), times.data(), n, n};
-        file_list_sort(&list, keys.data());
-        EXPECT_TRUE(std::is_sorted(keys.begin(), keys.end()));
-        for (u32 i = 0; i < n; i++) {
-            EXPECT_EQ(sizes[i], keys[i] * 10);
-            EXPECT_EQ(times[i], keys[i] * 100);
-            EXPECT_EQ((uintptr_t)paths[i], keys[i] + 1);
-            EXPECT_EQ(offsets[i], keys[i]);
-            EXPECT_EQ(dirs[i], keys[i] & 1);
-        }
-    }
 }

@@ -71,19 +71,6 @@ TEST(Log, WrapsBeforeTheEndMarkerWouldPassTheEnd) {
     EXPECT_FALSE(log_copy_new_text_to_user(ch, data_end(&c->data)));
 }
 
-TEST(Log, CopyNewTextToUser) {
-    const u32 ch = 9;
-    log_string(ch, "old ");
-    const u8 *mark = data_end(&log_channel(ch)->data);
-    EXPECT_FALSE(log_copy_new_text_to_user(ch, mark));
-    log_string(ch, "new");
-    log_channel_t *user = log_channel(log_user);
-    u64 before = user->data.used;
-    EXPECT_TRUE(log_copy_new_text_to_user(ch, mark));
-    // A blank line before it when the user log has text already.
-    EXPECT_EQ(std::string((const char *)user->data.bytes + before, user->data.used - before), before ? "\nnew" : "new");
-}
-
 TEST(Log, SaveWritesUsedBytesOrTheWholeRing) {
     temp_folder_t folder;
     const u32 ch = 10;
@@ -104,20 +91,4 @@ TEST(Log, SaveWritesUsedBytesOrTheWholeRing) {
     std::string saved = read_whole(path);
     EXPECT_EQ(saved.size(), log_buffer_size);
     EXPECT_EQ(saved.substr(0, 21), "## Log overflowed ##\n");
-}
-
-TEST(Log, ReserveGivesABlockInTheChannel) {
-    const u32 ch = 11;
-    log_string(ch, "ab");
-    data_t block;
-    log_reserve(&block, ch, 4);
-    EXPECT_EQ(block.reserved, 4u);
-    EXPECT_EQ(block.bytes, log_channel(ch)->data.bytes + 2);
-    EXPECT_EQ(log_channel(ch)->data.used, 6u);
-}
-
-TEST(Log, SystemErrorText) {
-    const u32 ch = 12;
-    log_system_error(ch, 2); // ENOENT
-    EXPECT_NE(channel_text(ch).find("No such file"), std::string::npos);
 }

@@ -1,4 +1,4 @@
-// The Linux system layer: semaphores and events, threads, places, spawning.
+// The Linux system layer: semaphores and events, places, spawning.
 // Pages and directories are tried through the memory and file layers' tests.
 #include "os/os_core.h"
 #include "os/os_process.h"
@@ -7,7 +7,6 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -56,31 +55,6 @@ TEST(OsWait, SemaphoreRefusesToPassItsMaximum) {
     os_semaphore_t *none = os_semaphore_create(0, 0);
     EXPECT_FALSE(os_semaphore_release(none, 1));
     os_semaphore_close(none);
-}
-
-TEST(OsWait, EventIsAutoReset) {
-    os_event_t *e = os_event_create();
-    os_event_signal(e);
-    os_event_signal(e); // stays one signal
-    os_event_wait(e);   // returns at once
-    std::atomic<u32> passed{0};
-    std::thread waiter([&] {
-        os_event_wait(e);
-        passed = 1;
-    });
-    os_event_signal(e);
-    waiter.join();
-    EXPECT_EQ(passed.load(), 1u);
-    os_event_close(e);
-}
-
-TEST(OsThreads, StartRunsTheFunctionWithItsArgument) {
-    static std::atomic<u32> seen{0};
-    static u32 main_id = os_thread_id();
-    static u32 value = 41;
-    ASSERT_TRUE(os_thread_start([](void *a) { seen = *(u32 *)a + (os_thread_id() != main_id ? 1 : 0); }, &value));
-    while (seen.load() == 0) std::this_thread::yield();
-    EXPECT_EQ(seen.load(), 42u);
 }
 
 TEST(OsPlaces, UserDataFolderFollowsXdg) {
@@ -132,18 +106,6 @@ TEST(OsPlaces, DesktopFromUserDirsOrFallbacks) {
     env_guard_t c("XDG_CONFIG_HOME", config_home.path.c_str());
     write_whole(config_home / "user-dirs.dirs", "XDG_DESKTOP_DIR=\"" + (home / "Bureau") + "\"\n");
     EXPECT_EQ(folder(os_desktop_folder), home / "Bureau");
-}
-
-TEST(OsProcess, ExecutablePathAndErrors) {
-    std::string exe = folder(os_executable_path);
-    EXPECT_EQ(exe, fs::read_symlink("/proc/self/exe").string());
-    char tiny[4];
-    EXPECT_EQ(os_executable_path(tiny, sizeof(tiny)), 3u);
-    EXPECT_EQ(tiny[3], 0);
-    char text[3];
-    EXPECT_EQ(os_error_text(2, text, sizeof(text)), 2u);
-    EXPECT_EQ(os_file_open("/nonexistent/file", os_file_read), os_file_invalid);
-    EXPECT_EQ(os_last_error(), 2u);
 }
 
 TEST(OsProcess, SpawnPassesTheLinkAsOneArgument) {

@@ -115,19 +115,6 @@ TEST(ThreadQueue, TerminateDropsJobsNotStartedAndNothingRunsAfter) {
     EXPECT_EQ(total_runs.load(), 0u);
 }
 
-TEST(ThreadQueue, TerminateWithAnEmptyRingWakesEveryWorker) {
-    thread_queue_t *q = fresh_queue();
-    thread_queue_init(q, 5);
-    // Let each worker run a job first, so that all have started their loops.
-    gate_t gate;
-    for (u32 i = 0; i < 5; i++) ASSERT_TRUE(thread_queue_work(q, run_gated, &gate));
-    spin_until(gate.running, 5);
-    gate.open = 1;
-    thread_complete_queue(q);
-    thread_terminate(q);
-    EXPECT_EQ(q->terminated_count.load(), 5u);
-}
-
 TEST(ThreadQueue, TerminateRightAfterManyWakeUps) {
     // Many releases that no worker waited for leave the semaphore counted
     // up; termination must still wake everyone.

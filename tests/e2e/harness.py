@@ -256,10 +256,6 @@ class Image:
                 boxes.append((x0, top, x1, bottom))
         return boxes
 
-    def distinct_colours(self, box):
-        left, top, right, bottom = box
-        return len({self.pixels[y * self.width + x] for y in range(top, bottom) for x in range(left, right)})
-
 
 class Tool:
     def __init__(self, binary, env=None):

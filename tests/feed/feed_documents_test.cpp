@@ -286,9 +286,9 @@ TEST(FeedDocuments, ADocumentCutShortLeavesTheFeedAsItWas) {
     for (const std::string *document : {&rss, &atom}) {
         fixture_t f;
         std::string cut = document->substr(0, document->find("<title>one") + 9); // inside the first item
-        u64 mark = log_mark(log_main);
+        u64 mark = log_mark();
         EXPECT_EQ(f.parse(cut), nullptr) << "a new feed is not made from a part";
-        EXPECT_NE(log_since(log_main, mark).find("ends before its root element closes"), std::string::npos);
+        EXPECT_NE(log_since(mark).find("ends before its root element closes"), std::string::npos);
         feed_t *feed = f.parse(*document);
         ASSERT_TRUE(feed);
         u32 entries = feed->entry_count;
@@ -309,7 +309,7 @@ TEST(FeedDocuments, AChangedFormatLeavesTheStoredFeedAlone) {
     EXPECT_EQ(feed_get_type(feed), reader_type_rss);
     EXPECT_EQ(feed->entry_count, 3u);
     EXPECT_EQ(f.reader.text.used, used);
-    std::string message = log_since(log_user, user);
+    std::string message = log_since(user, log_user);
     EXPECT_NE(message.find("https://a.example/ changed its format from RSS to Atom"), std::string::npos) << message;
     EXPECT_NE(message.find("add the address again as a new feed"), std::string::npos);
 

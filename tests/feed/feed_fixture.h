@@ -1,58 +1,33 @@
-// feed_fixture.h - a reader with its code point list and 10 MB of frame
-// memory, as the app hands them to feed_parse, and readers of the result.
+// feed_fixture.h - the test reader with its code point list and 10 MB of
+// frame memory, as the app hands them to feed_parse, and readers of the result.
 #pragma once
 
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "base/log.h"
 #include "feed/feed.h"
+#include "reader/reader_fixture.h"
 
 namespace feed_test {
 
-inline std::string text(const data_t &d) { return d.used ? std::string((const char *)d.bytes, d.used) : ""; }
-inline data_t view(const std::string &s) { return data_t{s.size(), s.size(), (u8 *)s.data()}; }
-inline u64 log_mark(u32 channel) { return log_channel(channel)->data.used; }
-inline std::string log_since(u32 channel, u64 mark) {
-    const data_t &d = log_channel(channel)->data;
-    return d.bytes && d.used >= mark ? std::string((const char *)d.bytes + mark, d.used - mark) : "";
-}
+inline std::string text(const data_t &d) { return text_of(d); }
+inline data_t view(const std::string &s) { return view_of(s); }
 // A sample document of tests/feed/documents.
 inline std::string read_document(const std::string &name) {
-    std::ifstream in(std::string(FEED_TEST_DOCUMENTS "/") + name, std::ios::binary);
-    EXPECT_TRUE(in.good()) << name;
-    std::stringstream out;
-    out << in.rdbuf();
-    return out.str();
+    std::string document = read_whole(std::string(FEED_TEST_DOCUMENTS "/") + name);
+    EXPECT_FALSE(document.empty()) << name;
+    return document;
 }
 // date_to_number of a date, for comparisons that print readably.
 inline u64 when(u64 year, u64 month, u64 day, u64 hour = 0, u64 minute = 0) {
     return minute * 100 + hour * 10000 + day * 1000000 + month * 100000000 + year * 10000000000;
 }
 
-struct fixture_t {
-    reader_t reader = {};
-    code_point_list_t code_points = {};
-    std::vector<u32> code_point_array = std::vector<u32>(code_point_list_capacity);
-    data_t frame = {};
-
-    fixture_t() {
-        system_info_get();
-        reader_init(&reader);
-        code_point_list_init(&code_points, code_point_array.data(), code_point_list_capacity);
-        reader.code_points = &code_points;
-        frame = data_virtual_alloc(0xA00000, 0);
-    }
-    ~fixture_t() {
-        data_virtual_free(&reader.storage);
-        data_virtual_free(&reader.text_block);
-        data_virtual_free(&reader.text_block_spare);
-        data_virtual_free(&frame);
-    }
+struct fixture_t : test_reader_t {
+    data_t &frame = frame_memory;
 
     feed_t *parse(const std::string &document, feed_t *feed = nullptr, const std::string &url = "https://a.example/") {
         data_t d = view(document), u = view(url);

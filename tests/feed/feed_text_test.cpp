@@ -85,9 +85,9 @@ TEST(FeedText, TheKeptComparisonReadsTheLeftOvers) {
 TEST(FeedText, TooLongForTheScratchIsCutAtAWholeCharacter) {
     text_fixture_t f;
     f.scratch.reserved = 5;
-    u64 mark = log_mark(log_main);
+    u64 mark = log_mark();
     EXPECT_EQ(f.convert("ab\xC3\xA9\xC3\xA9 more"), "ab\xC3\xA9");
-    EXPECT_EQ(log_since(log_main, mark), "A feed text was cut: it does not fit the conversion space.\n");
+    EXPECT_EQ(log_since(mark), "A feed text was cut: it does not fit the conversion space.\n");
 }
 
 TEST(FeedJoints, CategoriesByTermAndKindPersonsByOwnerAlone) {

@@ -74,10 +74,10 @@ TEST(FeedScanner, Tags) {
         {"<?xm>", "?xm", ""},
     };
     for (const auto &c : cases) {
-        u64 mark = log_mark(log_main);
+        u64 mark = log_mark();
         scanner_t s(c.input);
         EXPECT_EQ(describe(s.scan), c.tags) << c.input;
-        EXPECT_EQ(log_since(log_main, mark), c.log) << c.input;
+        EXPECT_EQ(log_since(mark), c.log) << c.input;
     }
 }
 
@@ -103,12 +103,12 @@ TEST(FeedScanner, AttributesAndTree) {
         {"<t>AT&amp;T &lt;b&gt;</t>", "?\"AT&amp;T &lt;b&gt;\"", ""},
     };
     for (const auto &c : cases) {
-        u64 mark = log_mark(log_main);
+        u64 mark = log_mark();
         scanner_t s(c.input);
         xml_tree_t tree = s.tree();
         ASSERT_GT(tree.node_count, 0u) << c.input;
         EXPECT_EQ(describe(xml_tree_node(&tree, 0)), c.first_node) << c.input;
-        EXPECT_EQ(log_since(log_main, mark), c.log) << c.input;
+        EXPECT_EQ(log_since(mark), c.log) << c.input;
     }
 }
 
@@ -152,16 +152,16 @@ TEST(FeedScanner, FullTreeBlocksStopTheBuild) {
     for (int i = 0; i < 700; i++) nested += "<a>"; // each one's children are all that follow
     for (int i = 0; i < 33000; i++) attributes += "x=\"\" ";
     {
-        u64 mark = log_mark(log_main);
+        u64 mark = log_mark();
         scanner_t s(many_nodes, 72 * 100);
         EXPECT_EQ(s.scan.count, 100u);
-        EXPECT_NE(log_since(log_main, mark).find("The feed has more tags than there is room for"), std::string::npos);
+        EXPECT_NE(log_since(mark).find("The feed has more tags than there is room for"), std::string::npos);
     }
     for (const std::string &input : {many_nodes, nested, attributes + "/>"}) {
-        u64 mark = log_mark(log_main);
+        u64 mark = log_mark();
         scanner_t s(input);
         xml_tree_t tree = s.tree();
         EXPECT_TRUE(tree.truncated);
-        EXPECT_EQ(log_since(log_main, mark), "The feed has more elements than its tree can hold.\n");
+        EXPECT_EQ(log_since(mark), "The feed has more elements than its tree can hold.\n");
     }
 }

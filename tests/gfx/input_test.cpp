@@ -1,6 +1,6 @@
 // The input state of a frame, driven through the pump with events of the
 // headless window layer: key state bytes across pumps, the side-specific
-// modifier keys, Alt+F4, typed text, buttons, wheel, focus and size changes.
+// modifier keys, Alt+F4, typed text, buttons, wheel and focus.
 #include "gfx/window.h"
 #include "os/os_window.h"
 
@@ -196,15 +196,6 @@ TEST_F(input_fixture_t, FocusLostAndGained) {
     EXPECT_EQ(window.keys[key_left_button], 0); // outside: up
     EXPECT_EQ(window.focus_seen, 1u);
     step({key_event(0x42, false)});
-}
-
-TEST_F(input_fixture_t, SizeChangesLastOneFrame) {
-    step({event(os_input_resized, 640, 480)}); // the headless layer carries the new size in x and y
-    EXPECT_EQ(window.resized, 1u);
-    EXPECT_EQ(window.width, 640);
-    EXPECT_EQ(window.height, 480);
-    pump();
-    EXPECT_EQ(window.resized, 0u);
 }
 
 TEST(KeyTables, TheTwoTablesAgree) {

@@ -263,23 +263,6 @@ TEST_F(renderer_test_t, TheAtlasIsRebuiltAfterNewCodePoints) {
     EXPECT_NEAR(box.r + 1, 60 + g->right, 1.5);
     EXPECT_NEAR(box.t + 1, 100 + g->top, 1.5);
     EXPECT_NEAR(box.b, 100 + g->bottom, 1.5);
-    // ZHE is wide and symmetric: ink on both sides of its middle.
-    i32 middle = (box.l + box.r) / 2;
-    size_t ink[2] = {0, 0};
-    for (i32 y = box.b; y <= box.t; ++y)
-        for (i32 x = box.l; x <= box.r; ++x) ink[x >= middle] += after.lit(x, y);
-    EXPECT_GT(ink[0], 10u);
-    EXPECT_GT(ink[1], 10u);
-}
-
-TEST(Colours, PackTruncatesAndUnpackScales) {
-    EXPECT_EQ(color_pack({1, 0, 0, 1}), 0xFF0000FFu);
-    EXPECT_EQ(color_pack({0, 0.5f, 1, 0}), 0x00FF7F00u);
-    EXPECT_EQ(color_pack({0.999f, 0.004f, 0.0039f, 1}), 0xFF0001FEu);
-    vec4 back = color_unpack(0x80FF0001);
-    EXPECT_FLOAT_EQ(back.x, 0.003921569f);
-    EXPECT_FLOAT_EQ(back.z, 1.0f);
-    EXPECT_NEAR(back.w, 0.50196f, 1e-4);
 }
 
 } // namespace

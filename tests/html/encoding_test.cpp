@@ -213,7 +213,7 @@ TEST(HtmlEncodingFrame, RandomBytesInEveryEncoding) {
 // Every name with ";" in the published list, by its name without the ";".
 // The legacy names without ";" are found through their ";" form.
 TEST(HtmlEncodingData, EntityTableMatchesPublishedList) {
-    std::string json = read_file(std::string(TIDEWRACK_TEST_DATA) + "/html/entities.json");
+    std::string json = read_whole(std::string(TIDEWRACK_TEST_DATA) + "/html/entities.json");
     // Lines look like:  "&name;": { "codepoints": [1, 2], "characters": "..." },
     u32 names = 0, pairs = 0, first, second;
     for (size_t at = 0; (at = json.find("\"&", at)) != std::string::npos;) {

@@ -3,12 +3,12 @@
 #pragma once
 
 #include <cstring>
-#include <fstream>
 #include <map>
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include "base/base_test_util.h"
 #include "base/log.h"
 #include "html/html.h"
 
@@ -124,17 +124,10 @@ struct parsed_t {
     }
 };
 
-inline std::string read_file(const std::string &path) {
-    std::ifstream f(path, std::ios::binary);
-    std::stringstream s;
-    s << f.rdbuf();
-    return s.str();
-}
-
 // A published index file: pointer -> code point.
 inline std::map<u32, u32> read_index(const std::string &name) {
     std::map<u32, u32> table;
-    std::istringstream lines(read_file(std::string(TIDEWRACK_TEST_DATA) + "/html/index-" + name + ".txt"));
+    std::istringstream lines(read_whole(std::string(TIDEWRACK_TEST_DATA) + "/html/index-" + name + ".txt"));
     std::string line;
     while (std::getline(lines, line)) {
         if (line.empty() || line[0] == '#') continue;
@@ -144,14 +137,6 @@ inline std::map<u32, u32> read_index(const std::string &name) {
         if (fields >> pointer >> code_point) table[pointer] = (u32)std::stoul(code_point, nullptr, 16);
     }
     return table;
-}
-
-// The text written to log channel 0 since `mark` (a size of its data).
-inline u64 log_mark() { return log_channel(log_main)->data.used; }
-inline std::string log_since(u64 mark) {
-    log_channel_t *c = log_channel(log_main);
-    if (!c->data.bytes || c->data.used < mark) return "";
-    return std::string((const char *)c->data.bytes + mark, c->data.used - mark);
 }
 
 } // namespace html_test

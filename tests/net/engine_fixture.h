@@ -100,14 +100,7 @@ struct test_engine_t {
         data_t d = view_of(url);
         return reader_get_feed_by_url(&r.reader, &d);
     }
-    std::vector<entry_t *> entries(const feed_t *feed) {
-        std::vector<entry_t *> out;
-        for (u32 i = 0; i < r.reader.entries.max_entry_count; i++) {
-            entry_t *e = (entry_t *)pool_entry(&r.reader.entries, sizeof(entry_t), i);
-            if (entry_is_valid(e) && e->feed_id == feed->id) out.push_back(e);
-        }
-        return out;
-    }
+    std::vector<entry_t *> entries(const feed_t *feed) { return r.entries_of(feed); }
     entry_t *entry(const feed_t *feed, const std::string &guid) {
         data_t d = view_of(guid);
         return reader_get_entry_by_guid(&r.reader, feed->id, &d);

@@ -1,10 +1,9 @@
 // The feed query road: actions fill slots, workers fetch from a server of
 // the test's own, the scan parses into the reader. Generations, replacement,
-// failures, selection and list files.
+// failures and selection.
 #include "net/engine_fixture.h"
 #include "net/test_server.h"
 
-#include <fstream>
 #include <mutex>
 
 namespace {
@@ -78,7 +77,7 @@ TEST_F(feed_query_fixture, failures_are_logged_for_the_user_and_leave_no_feed) {
     test_server_t server(site.handler());
     test_engine_t engine;
     std::string refused = "http://127.0.0.1:1/feed.xml";
-    u64 mark = log_main_mark();
+    u64 mark = log_mark();
     engine.add(refused);
     engine.add(server.url("/missing.xml")); // a 404 page: parsed, no feed, no message
     engine.run();
@@ -87,11 +86,11 @@ TEST_F(feed_query_fixture, failures_are_logged_for_the_user_and_leave_no_feed) {
     EXPECT_EQ(engine.context.parsed_count, 1u);
     EXPECT_EQ(engine.show_log_calls, 1);
     EXPECT_EQ(user_log(), "Error while retrieving feed: " + refused + "\n    Returned (5) http_error_internet_open_url");
-    EXPECT_NE(log_main_since(0).find("http_get_file error: " + refused + " returned (5) http_error_internet_open_url\n"),
+    EXPECT_NE(log_since(0).find("http_get_file error: " + refused + " returned (5) http_error_internet_open_url\n"),
               std::string::npos);
     // Only the fetch that came back is handed to the parser, and says so.
-    EXPECT_NE(log_main_since(mark).find("Parsing: " + server.url("/missing.xml") + "\n"), std::string::npos);
-    EXPECT_EQ(log_main_since(mark).find("Parsing: " + refused), std::string::npos);
+    EXPECT_NE(log_since(mark).find("Parsing: " + server.url("/missing.xml") + "\n"), std::string::npos);
+    EXPECT_EQ(log_since(mark).find("Parsing: " + refused), std::string::npos);
 
     engine.add(refused + "?again");
     engine.run();
@@ -182,26 +181,6 @@ TEST_F(feed_query_fixture, the_generation_moves_once_a_run_even_for_empty_action
     feed_query_add_list(&engine.context, &engine.r.reader, &missing);
     EXPECT_EQ(engine.r.reader.generation, 2u);
     EXPECT_EQ(engine.shown_minimum, 2u);
-}
-
-TEST_F(feed_query_fixture, a_list_file_gives_one_query_a_line) {
-    test_site_t site;
-    for (const char *p : {"/1.xml", "/2.xml", "/3.xml"}) site.set(p, test_rss(p, {{p, "x", jan(1)}}));
-    test_server_t server(site.handler());
-    std::string path = ::testing::TempDir() + "tidewrack_list.txt";
-    {
-        std::ofstream f(path, std::ios::binary);
-        f << "\r\n  " << server.url("/1.xml") << "\r\n\r\n\t\t" << server.url("/2.xml") << "\n\n\n"
-          << server.url("/3.xml");
-    }
-    test_engine_t engine;
-    data_t p = view_of(path);
-    feed_query_add_list(&engine.context, &engine.r.reader, &p);
-    EXPECT_EQ(feed_query_busy_count(engine.slots.data(), engine.slots.size()), 3u);
-    engine.run();
-    ASSERT_EQ(engine.feeds().size(), 3u);
-    for (const char *name : {"/1.xml", "/2.xml", "/3.xml"}) EXPECT_NE(engine.feed(server.url(name)), nullptr) << name;
-    EXPECT_EQ(engine.context.failed_count, 0u);
 }
 
 TEST_F(feed_query_fixture, the_same_new_address_twice_makes_one_feed) {

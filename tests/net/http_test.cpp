@@ -143,28 +143,4 @@ TEST_F(http_fixture, a_stalled_transfer_ends_in_a_read_error) {
     EXPECT_EQ(fetch(server.url("/stall-head")).error, http_error_internet_read_file);
 }
 
-TEST_F(http_fixture, calls_with_an_error_already_set_do_nothing) {
-    test_server_t server(answer);
-    u32 error = http_error_not_enough_storage;
-    std::string url = server.url("/hello");
-    data_t address = {url.size(), url.size(), (u8 *)url.data()};
-    http_file_t file = http_file_open(&address, &error);
-    EXPECT_EQ(file.handle, nullptr);
-    u8 byte = 0;
-    file.content = data_t{1, 0, &byte};
-    http_file_get(&file, &error);
-    EXPECT_EQ(error, http_error_not_enough_storage);
-    EXPECT_EQ(server.hits("/hello"), 0);
-
-    // Reading without a request, or without a block, names what is missing.
-    u32 no_request = 0;
-    http_file_t empty = {};
-    http_file_get(&empty, &no_request);
-    EXPECT_EQ(no_request, http_error_file_not_opened);
-    u32 no_block = 0;
-    http_file_t opened = http_file_open(&address, &no_block);
-    http_file_get(&opened, &no_block);
-    EXPECT_EQ(no_block, http_error_file_storage_not_initialized);
-}
-
 } // namespace

@@ -14,7 +14,6 @@ struct json_value_t {
     std::string s;
     std::vector<json_value_t> items;
     std::map<std::string, json_value_t> fields;
-    std::vector<std::string> order; // keys as written
 
     const json_value_t &operator[](const std::string &key) const {
         static json_value_t missing;
@@ -23,7 +22,6 @@ struct json_value_t {
     }
     const json_value_t &operator[](size_t i) const { return items.at(i); }
     size_t size() const { return kind == array ? items.size() : fields.size(); }
-    bool has(const std::string &key) const { return fields.count(key) != 0; }
 };
 
 struct json_reader_t {
@@ -90,7 +88,6 @@ struct json_reader_t {
                 if (!eat('"')) return failed = true, v;
                 std::string key = string_body();
                 if (!eat(':')) return failed = true, v;
-                v.order.push_back(key);
                 v.fields[key] = value();
             } while (eat(','));
             if (!eat('}')) failed = true;

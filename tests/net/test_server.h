@@ -66,7 +66,6 @@ class test_server_t {
     std::string url(const std::string &path) const {
         return "http://127.0.0.1:" + std::to_string(port_) + path;
     }
-    int port() const { return port_; }
 
     // Requests seen so far, by path, and the last user agent.
     int hits(const std::string &path) {

@@ -7,37 +7,14 @@
 // as up only, and a loaded machine may take a while for a frame; so keys and
 // the button are held until what they do can be seen (the caret, a request,
 // a snapshot that says so), and a press that left no trace is pressed again.
-#include <gtest/gtest.h>
-
-#include <chrono>
-#include <csignal>
-#include <cstdio>
-#include <filesystem>
-#include <string>
-#include <thread>
-
-#include <fcntl.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include "net/json_test_util.h"
 #include "net/test_server.h"
-
-namespace fs = std::filesystem;
+#include "program_run.h"
 
 namespace {
 
-std::string run_command(const std::string &command) {
-    FILE *pipe = popen(command.c_str(), "r");
-    if (!pipe) return "";
-    std::string out;
-    char buffer[4096];
-    for (size_t n; (n = fread(buffer, 1, sizeof(buffer), pipe)) > 0;) out.append(buffer, n);
-    pclose(pipe);
-    return out;
-}
-
-void xdotool(const std::string &arguments) { run_command("xdotool " + arguments + " 2>/dev/null"); }
+void xdotool(const std::string &arguments) { command_output("xdotool " + arguments + " 2>/dev/null"); }
 
 template <typename test_t> bool eventually(test_t test, int seconds) {
     for (int i = 0; i < seconds * 20; i++) {
@@ -75,40 +52,10 @@ std::string rss(int items) {
     return out + "</channel></rss>";
 }
 
-struct program_t {
-    fs::path folder, data;
-    pid_t pid = -1;
-    int status = 0;
-    program_t() {
-        char pattern[] = "/tmp/tidewrack_scenario_XXXXXX";
-        folder = mkdtemp(pattern);
-        data = folder / "data";
-    }
-    ~program_t() {
-        if (pid > 0) {
-            kill(pid, SIGKILL);
-            waitpid(pid, nullptr, 0);
-        }
-        std::error_code ignored;
-        fs::remove_all(folder, ignored);
-    }
-    void start() {
-        pid = fork();
-        if (pid == 0) {
-            int err = open((folder / "stderr.txt").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-            dup2(err, 2);
-            if (chdir(folder.c_str()) != 0) _exit(120);
-            std::string path = data.string();
-            execl(TIDEWRACK_PROGRAM, TIDEWRACK_PROGRAM, "-path", path.c_str(), (char *)nullptr);
-            _exit(121);
-        }
-    }
-    bool exited(int seconds) {
-        return eventually([&] { return waitpid(pid, &status, WNOHANG) == pid && (pid = -1); }, seconds);
-    }
+struct program_t : run_t {
     json_value_t dump() {
         bool ok = false;
-        json_value_t value = json_parse(run_command(std::string(TIDEWRACK_TOOL) + " dump -path " + data.string()), &ok);
+        json_value_t value = json_parse(command_output(std::string(TIDEWRACK_TOOL) + " dump -path " + data.string()), &ok);
         return ok ? value : json_value_t{};
     }
     // Saves with F8 until the newest snapshot passes the test.
@@ -129,16 +76,16 @@ TEST(Scenario, AddUpdateDeleteSaveAndClose) {
         return response;
     });
     program_t program;
-    program.start();
+    program.start({});
     // The address field of the add feed panel, which the program opens on:
     // once the window shows it drawn (white), the program takes input.
     std::string window;
     ASSERT_TRUE(eventually(
         [&] {
-            window = run_command("xdotool search --onlyvisible --name '^Tidewrack' 2>/dev/null");
+            window = command_output("xdotool search --onlyvisible --name '^Tidewrack' 2>/dev/null");
             window = window.substr(0, window.find('\n'));
             if (window.empty()) return false;
-            std::string pixel = run_command("import -window " + window + " -crop 1x1+700+87 txt:- 2>/dev/null");
+            std::string pixel = command_output("import -window " + window + " -crop 1x1+700+87 txt:- 2>/dev/null");
             return pixel.find("white") != std::string::npos;
         },
         60))
@@ -147,7 +94,7 @@ TEST(Scenario, AddUpdateDeleteSaveAndClose) {
     // The button stays down until the field shows its caret at its left.
     xdotool("mousemove --window " + window + " 700 87");
     auto caret = [&] {
-        std::string pixels = run_command("import -window " + window + " -crop 4x1+466+87 txt:- 2>/dev/null");
+        std::string pixels = command_output("import -window " + window + " -crop 4x1+466+87 txt:- 2>/dev/null");
         return pixels.find("black") != std::string::npos;
     };
     ASSERT_TRUE(hold_until("", caret)) << "the address field didn't take the click";
@@ -177,9 +124,9 @@ TEST(Scenario, AddUpdateDeleteSaveAndClose) {
 
     // Closing the window purges what is marked and saves.
     xdotool("keydown alt");
-    bool closed = hold_until("F4", [&] { return program.exited(1); });
+    bool closed = hold_until("F4", [&] { return program.wait_exit(1); });
     xdotool("keyup alt");
-    ASSERT_TRUE(closed || program.exited(60));
+    ASSERT_TRUE(closed || program.wait_exit(60));
     ASSERT_TRUE(WIFEXITED(program.status));
     EXPECT_EQ(WEXITSTATUS(program.status), 0);
     json_value_t last = program.dump();

@@ -6,12 +6,9 @@
 #include <string>
 #include <vector>
 
+#include "../base/base_test_util.h"
 #include "base/log.h"
 #include "reader/reader.h"
-
-inline std::string text_of(const data_t &d) { return d.used ? std::string((const char *)d.bytes, d.used) : ""; }
-
-inline data_t view_of(const std::string &s) { return data_t{s.size(), s.size(), (u8 *)s.data()}; }
 
 inline date_t make_date(u16 year, u8 month, u8 day, u8 hour = 0, u8 minute = 0, u8 second = 0) {
     return date_t{year, month, day, hour, minute, second, 0};
@@ -117,15 +114,3 @@ struct test_reader_t {
         return out;
     }
 };
-
-// The text written to log channel 0 since `mark` (a byte count).
-inline std::string log_main_since(u64 mark) {
-    log_channel_t *channel = log_channel(log_main);
-    if (!channel->data.bytes || channel->data.used < mark) return "";
-    return std::string((const char *)channel->data.bytes + mark, channel->data.used - mark);
-}
-
-inline u64 log_main_mark() {
-    log_channel_t *channel = log_channel(log_main);
-    return channel->data.bytes ? channel->data.used : 0;
-}

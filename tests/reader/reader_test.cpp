@@ -1,5 +1,5 @@
 // The store in memory: creation, text and rollback, look-ups, deletion and
-// purge, sorting, walks, generations, compaction and the audit.
+// purge, sorting, walks, compaction and the audit.
 #include <algorithm>
 #include <cstring>
 #include <random>
@@ -7,28 +7,6 @@
 #include <gtest/gtest.h>
 
 #include "reader_fixture.h"
-
-TEST(ReaderCreate, EntriesCountOnlyOnceAccepted) {
-    test_reader_t t;
-    t.reader.generation = 4;
-    feed_t *feed = t.rss_feed("http://a/rss", "A");
-    entry_t *entry = reader_new_entry(&t.reader);
-    EXPECT_EQ(entry->id, 1u);
-    EXPECT_EQ(entry->generation, 4u);
-    EXPECT_EQ(t.reader.last_entry_id, 0u) << "the counter moves only on acceptance";
-    EXPECT_EQ(reader_first_entry(&t.reader, feed, 0, 100, 0, 0), nullptr);
-    reader_accept_entry(&t.reader, feed, entry);
-    EXPECT_EQ(feed->entry_count, 1u);
-    EXPECT_EQ(t.reader.last_entry_id, 1u);
-    EXPECT_EQ(reader_first_entry(&t.reader, feed, 0, 100, 0, 0), entry);
-}
-
-TEST(ReaderCreate, FullPoolsGiveNull) {
-    test_reader_t t;
-    for (u32 i = 0; i < reader_feed_capacity; i++) ASSERT_TRUE(reader_new_feed(&t.reader, reader_type_rss));
-    EXPECT_EQ(reader_new_feed(&t.reader, reader_type_rss), nullptr);
-    EXPECT_EQ(t.reader.last_feed_id, reader_feed_capacity);
-}
 
 TEST(ReaderCreate, ResetGivesTheStoreOfAFreshReader) {
     test_reader_t fresh, t;
@@ -45,17 +23,6 @@ TEST(ReaderCreate, ResetGivesTheStoreOfAFreshReader) {
     EXPECT_EQ(t.reader.generation + t.reader.last_feed_id + t.reader.last_entry_id + t.reader.last_category_id +
                   t.reader.last_person_id, 0u);
     EXPECT_EQ(reader_new_feed(&t.reader, reader_type_rss)->id, 1u);
-}
-
-TEST(ReaderText, GrowsPastTheFirstCommitAndKeepsBytes) {
-    test_reader_t t;
-    std::string big(0x180000, 'x');
-    big[0] = 'a';
-    big.back() = 'z';
-    data_t first = t.add("head"), copy = t.add(big);
-    EXPECT_EQ(text_of(first), "head");
-    EXPECT_EQ(text_of(copy), big);
-    EXPECT_FALSE(reader_text_reserve(&t.reader, reader_text_block_size));
 }
 
 TEST(ReaderText, RollbackUndoesARefusedItem) {
@@ -98,23 +65,6 @@ TEST(ReaderLookup, GuidsByLayout) {
     EXPECT_EQ(reader_get_entry_by_id(&t.reader, rss->id, no_guid->id), no_guid);
     EXPECT_EQ(reader_get_entry_by_id(&t.reader, atom->id, no_guid->id), nullptr);
     EXPECT_EQ(reader_get_feed_by_url(&t.reader, &url), atom);
-}
-
-TEST(ReaderLookup, AtomLinkByRel) {
-    test_reader_t t;
-    feed_t *feed = t.atom_feed("http://a", "A");
-    entry_t *entry = t.atom_entry(feed, "e", "id", make_date(2024, 1, 1), {}, {"http://alt"});
-    atom_link_t *self = reader_new_atom_link(&t.reader, atom_link_owner_entry, entry->id);
-    self->href = t.add("http://self");
-    self->rel = atom_link_rel_self;
-    entry->atom.link_count++;
-    auto find = [&](u32 count, u32 owner_kind, u32 rel) {
-        return text_of(reader_get_atom_link(&t.reader, entry->id, count, owner_kind, rel));
-    };
-    EXPECT_EQ(find(2, atom_link_owner_entry, atom_link_rel_self), "http://self");
-    EXPECT_EQ(find(2, atom_link_owner_entry, atom_link_rel_alternate), "http://alt");
-    EXPECT_EQ(find(2, atom_link_owner_feed, atom_link_rel_self), "");
-    EXPECT_EQ(find(1, atom_link_owner_entry, atom_link_rel_self), "") << "stops after the owner's link count";
 }
 
 static std::vector<u32> g_forgotten;
@@ -282,48 +232,6 @@ TEST(ReaderWalks, FeedsShowEmptyAndDeleted) {
     EXPECT_EQ(reader_first_feed(&t.reader, true, 2, 2, reader_deleted, 0, reader_deleted, 0), marked);
     EXPECT_EQ(reader_previous_feed(&t.reader, marked, true, 2, 2, reader_deleted, 0, reader_deleted, 0), nullptr);
     EXPECT_EQ(reader_last_feed(&t.reader, true, 2, 2, 0, reader_deleted, 0, reader_deleted), marked);
-}
-
-TEST(ReaderGenerations, AdvanceAndNeighbours) {
-    test_reader_t t;
-    u32 minimum = 0, maximum = 0;
-    reader_generation_advance(&t.reader, &minimum, &maximum);
-    EXPECT_EQ((std::vector<u32>{t.reader.generation, minimum, maximum}), (std::vector<u32>{1, 1, 1}));
-    feed_t *feed = t.rss_feed("http://f", "F");
-    for (u32 g : {1u, 3u, 4u, 6u}) {
-        t.reader.generation = g;
-        entry_t *e = t.rss_entry(feed, "e", "g" + std::to_string(g), make_date(2024, 1, 1));
-        if (g == 4) entry_mark_deleted(e);
-    }
-    t.reader.generation = 7;
-    EXPECT_EQ(reader_previous_generation(&t.reader, 1, 0, 0), 1u);
-    EXPECT_EQ(reader_previous_generation(&t.reader, 6, 0, 0), 3u) << "4 holds only a marked entry";
-    EXPECT_EQ(reader_previous_generation(&t.reader, 6, 0, reader_deleted), 4u);
-    EXPECT_EQ(reader_next_generation(&t.reader, 1, 0, 0), 3u);
-    EXPECT_EQ(reader_next_generation(&t.reader, 3, reader_deleted, 0), 4u);
-    EXPECT_EQ(reader_next_generation(&t.reader, 6, 0, 0), 6u);
-}
-
-TEST(ReaderCompact, RenumbersGenerationsWithoutGaps) {
-    test_reader_t t;
-    feed_t *feed = t.rss_feed("http://f", "F");
-    std::vector<entry_t *> e;
-    for (u32 g : {5u, 2u, 9u, 5u}) {
-        t.reader.generation = g;
-        e.push_back(t.rss_entry(feed, "e", "g", make_date(2024, 1, 1)));
-    }
-    t.reader.generation = 11;
-    reader_renumber_generations(&t.reader, &t.frame_memory);
-    std::vector<u32> generations;
-    for (entry_t *entry : e) generations.push_back(entry->generation);
-    EXPECT_EQ(generations, (std::vector<u32>{2, 1, 3, 2}));
-    EXPECT_EQ(t.reader.generation, 3u);
-    EXPECT_EQ(t.frame_memory.used, 0u);
-
-    test_reader_t none;
-    none.reader.generation = 4;
-    reader_renumber_generations(&none.reader, &none.frame_memory);
-    EXPECT_EQ(none.reader.generation, 0u);
 }
 
 static std::vector<std::pair<u8 *, u64>> g_released;

@@ -91,20 +91,6 @@ TEST_F(layout_test_t, SingleLineSize) {
     }
 }
 
-TEST_F(layout_test_t, ByteAtPosition) {
-    const std::string text = "a\xE2\x82\xAC" "b\ncd"; // a, the euro sign, b, then a second line
-    f32 wa = advance('a') - bearing('a');
-    f32 we = kern('a', 0x20AC) + advance(0x20AC);
-    f32 middle_a = roundf(wa * 0.5f), middle_e = roundf(wa + we * 0.5f);
-    struct row_t {
-        f32 position;
-        u64 byte;
-    } rows[] = {{-10, 0}, {middle_a - 0.5f, 0}, {middle_a, 1}, {middle_e - 0.5f, 1}, {middle_e, 4}, {1000, 5}};
-    for (const row_t &r : rows)
-        EXPECT_EQ(layout_get_byte_at_position(font(), (const u8 *)text.data(), text.size(), r.position), r.byte)
-            << r.position;
-}
-
 TEST_F(layout_test_t, FitSingleLine) {
     const std::string text = "Hello world";
     const std::string dots = "\xE2\x80\xA6";
@@ -290,24 +276,6 @@ TEST_F(layout_test_t, ScrollClampAndVisibleSegments) {
             }
         }
     }
-}
-
-TEST_F(layout_test_t, BoxesAndFill) {
-    layout_t l = make(200, 100, 0, {4, 4, 4, 4});
-    layout_command_t *box = nullptr, *fill = nullptr;
-    frame(&l, [&](layout_t *p) {
-        layout_move(p, 0.5f, 0.5f, 0);
-        box = layout_add_box(p, 10, 20, &l, layout_box_move_right | layout_box_whole_pixels);
-        fill = layout_fill_width(p);
-    });
-    EXPECT_EQ(box->box.user, &l);
-    // At (5, 5) in the box after the ceil; the window's y goes up from 50.
-    EXPECT_EQ(box->box.rect.x, 105);
-    EXPECT_EQ(box->box.rect.z, 115);
-    EXPECT_EQ(box->box.rect.w, 150 - 5);
-    EXPECT_EQ(box->box.rect.y, 150 - 25);
-    EXPECT_EQ(fill->fill.width, 200 - 8 - (15 - 4));
-    EXPECT_EQ(l.content_height, 25 + 4);
 }
 
 // Whatever bytes a feed sends and however narrow the line: the passes end,

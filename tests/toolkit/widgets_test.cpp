@@ -145,18 +145,6 @@ TEST_F(widgets_test_t, ALongListOpensOnTheSelectedRowInTheMiddle) {
     EXPECT_EQ(d.selected, 50u);
 }
 
-// Steps land on rows: up from a row's start goes a whole row, down never past the end.
-TEST(ScrollSteps, RowsAndPages) {
-    struct {
-        bool down;
-        f64 value, lines, expected;
-    } rows[] = {{0, 45, 1, 40}, {0, 40, 1, 20}, {0, 40.3, 1, 20}, {0, 100, 3, 40}, {0, 0.3, 1, 0},
-                {1, 0, 1, 20},  {1, 10, 1, 20}, {1, 0, 3, 60},    {1, 990, 1, 1000}};
-    for (const auto &r : rows)
-        EXPECT_EQ(r.down ? scroll_step_down(r.value, 100, 20, 1000, (u32)r.lines)
-                         : scroll_step_up(r.value, 20, 1000, (u32)r.lines), r.expected) << r.value;
-}
-
 TEST_F(widgets_test_t, ScrollBarParts) {
     // 200 high: two 16-pixel buttons, a track of 168, a thumb of 42, travel 126.
     const vec4 bar = {300, 50, 316, 250};
@@ -180,26 +168,6 @@ TEST_F(widgets_test_t, ScrollBarParts) {
         EXPECT_EQ(value, p.expected) << "press at " << p.y;
         EXPECT_EQ(change, p.expected - p.start);
         EXPECT_FALSE(ui_any_active(&ui));
-    }
-}
-
-TEST_F(widgets_test_t, TheHorizontalBarIsTheMirror) {
-    const vec4 bar = {50, 250, 250, 266}; // left button, track 66 to 234, right button
-    ui_id_t id = ui_id();
-    f64 value = 100;
-    auto call = [&] { ui_scrollbar_horizontal(&ui, id, bar, 100, 400, &value, 20); };
-    const struct {
-        os_window_event_t event;
-        f64 expected;
-    } steps[] = {
-        {press(55, 258), 80}, {release(55, 258), 80},    // left button: back a row
-        {press(245, 258), 100}, {release(245, 258), 100}, // right button: the page's end on a row
-        {press(130, 258), 100},                           // the thumb (108 to 150)
-        {move(151, 258), 150}, {release(151, 258), 150},  // 21 pixels right: 50 further
-    };
-    for (const auto &s : steps) {
-        frame({s.event}, call);
-        EXPECT_DOUBLE_EQ(value, s.expected) << "pointer at " << ui.mouse.x;
     }
 }
 

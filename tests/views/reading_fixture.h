@@ -7,10 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstdio>
-#include <fstream>
 #include <map>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -20,25 +17,35 @@
 #include "os/os_window.h"
 #include "reader/reader_fixture.h"
 #include "toolkit/layout.h"
+#include "toolkit/ui_test_helpers.h"
 #include "toolkit/ui_state.h"
 #include "toolkit/widgets.h"
 #include "views/view_article.h"
 
 inline data_t reading_font_file(const char *family, bool monospace) {
     data_t file = font_file_load(family, monospace);
-    if (file.bytes) return file;
-    std::string command = std::string("fc-match -f '%{file}' '") + (monospace ? "monospace" : "sans") + "'";
-    FILE *pipe = popen(command.c_str(), "r");
-    char path[4096] = {};
-    size_t n = pipe ? fread(path, 1, sizeof(path) - 1, pipe) : 0;
-    if (pipe) pclose(pipe);
-    std::ifstream in(std::string(path, n), std::ios::binary);
-    std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    if (bytes.empty()) return data_t{};
-    file = data_virtual_alloc(bytes.size(), 0);
-    memcpy(file.bytes, bytes.data(), bytes.size());
-    file.used = bytes.size();
-    return file;
+    return file.bytes ? file : ui_test::font_file(family, monospace);
+}
+
+// The application's fonts over the reader's code points, a window of the
+// given size, and the context and toolkit that views draw with.
+inline void open_view_window(test_reader_t &r, window_t &window, font_set_t &fonts, ui_t &ui, view_state_t &state,
+                             app_context &context, i32 width, i32 height) {
+    static data_t sans = reading_font_file("Verdana", false);
+    static data_t mono = reading_font_file("Lucida Console", true);
+    ASSERT_NE(sans.bytes, nullptr) << "no sans face: install fonts-dejavu-core";
+    r.code_points.count = code_point_list_start_count;
+    font_set_create_application(&fonts, data_virtual_alloc(0x500000, 0), &sans, &mono, &r.code_points);
+    data_t title = data_literal("views");
+    window_create(&window, &title, width, height, window_centred, window_centred, 0);
+    window_handle_messages(&window, 0);
+    context.frame_memory = data_virtual_alloc(0xA00000, 0);
+    context.window = &window;
+    context.view_state = &state;
+    context.font_set = &fonts;
+    ui = ui_create(&context.frame_memory, &window);
+    ui.font_set = &fonts;
+    context.ui = &ui;
 }
 
 struct reading_fixture_t : ::testing::Test {
@@ -53,25 +60,11 @@ struct reading_fixture_t : ::testing::Test {
     vec4 rect = {0, 0, window_width, window_height};
 
     void SetUp() override {
-        static data_t sans = reading_font_file("Verdana", false);
-        static data_t mono = reading_font_file("Lucida Console", true);
-        ASSERT_NE(sans.bytes, nullptr) << "no sans face: install fonts-dejavu-core";
-        r.code_points.count = code_point_list_start_count;
-        font_set_create_application(&fonts, data_virtual_alloc(0x500000, 0), &sans, &mono, &r.code_points);
-        data_t title = data_literal("reading");
-        window_create(&window, &title, window_width, window_height, window_centred, window_centred, 0);
-        window_handle_messages(&window, 0);
-        context.frame_memory = data_virtual_alloc(0xA00000, 0);
-        context.window = &window;
-        context.view_state = &state;
-        context.font_set = &fonts;
+        open_view_window(r, window, fonts, ui, state, context, window_width, window_height);
         file_storage_init(&storage, file_storage_reserve_size, file_storage_commit_step, file_storage_unit);
         context.file_storage = &storage;
         // Links go to the queue of the first configuration: no program starts.
         r.reader.link_configurations[0].queue_links = 1;
-        ui = ui_create(&context.frame_memory, &window);
-        ui.font_set = &fonts;
-        context.ui = &ui;
         view_state_init(&state, r.reader.generation);
         state.panel = panel_content;
     }

@@ -17,11 +17,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string read_whole(const fs::path &path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-}
-
 struct links_test_t : views_fixture_t {
     fs::path folder;
     fs::path script;   // records each start: its arguments, one a line, then "--"
@@ -176,11 +171,11 @@ TEST_F(links_test_t, HandEditedQueuesAndOverlongLinks) {
 
     // A link past the command-line limit is refused and said in the main log.
     set_executable(quoted_script());
-    u64 mark = log_main_mark();
+    u64 mark = log_mark();
     std::string huge = "http://a/" + std::string(20000, 'x');
     data_t link = view_of(huge);
     EXPECT_FALSE(link_open(&link, configuration));
-    EXPECT_NE(log_main_since(mark).find("Link not opened"), std::string::npos);
+    EXPECT_NE(log_since(mark).find("Link not opened"), std::string::npos);
     EXPECT_FALSE(fs::exists(record));
 }
 

@@ -324,35 +324,5 @@ TEST_F(list_test_t, TinyWindowsDrawEveryPanel) {
     }
 }
 
-TEST(view_list, KeepVisibleArithmetic) {
-    u32 counts[1] = {10};
-    struct row_t {
-        u32 feed_index, entry_index, before;
-        bool entry;
-        f32 scroll, expected;
-    };
-    const row_t rows[] = {
-        // A row far below the panel comes up with 8 rows of context under it: 624 - 400 + 20 + 160.
-        {0, 30, 0, true, 0, 404},
-        // A row near the top goes down to 160 pixels below it: 64 - 160.
-        {0, 2, 0, true, 404, -96},
-        // A row in the middle stays.
-        {0, 15, 0, true, 150, 150},
-        // A feed block whose bottom is below the panel: its bottom goes to the panel's bottom.
-        {20, view_none, 100, false, 0, 20 * 28 + 100 * 20 - 400 + 226},
-        // A block above the panel: its top goes to the panel's top.
-        {1, view_none, 3, false, 500, 28 + 60},
-    };
-    for (const row_t &row : rows) {
-        view_list_stats_t s = {};
-        s.selected_feed_index = row.feed_index;
-        s.selected_entry_index = row.entry_index;
-        s.entries_before_selected_feed = row.before;
-        s.feed_entry_counts = counts;
-        EXPECT_EQ(view_list_keep_visible(row.scroll, 400, &s, row.entry), row.expected)
-            << row.feed_index << "/" << row.entry_index;
-    }
-}
-
 } // namespace
 

@@ -18,7 +18,7 @@
 #include "os/os_window.h"
 #include "toolkit/ui_state.h"
 #include "toolkit/widgets.h"
-#include "views/reading_fixture.h" // the application's faces, else fontconfig's
+#include "views/reading_fixture.h" // the application's faces and window
 #include "views/views.h"
 
 // A batch recording into memory, as the renderer makes it, without the GL
@@ -66,27 +66,13 @@ struct views_fixture_t : ::testing::Test {
 
     void SetUp() override {
         [[maybe_unused]] static bool scratch_ready = (scratch_block_init(0x500000), true);
-        static data_t sans = reading_font_file("Verdana", false);
-        static data_t mono = reading_font_file("Lucida Console", true);
-        ASSERT_NE(sans.bytes, nullptr) << "no sans face: install fonts-dejavu-core";
-        r.code_points.count = code_point_list_start_count;
-        font_set_create_application(&fonts, data_virtual_alloc(0x500000, 0), &sans, &mono, &r.code_points);
-        data_t title = data_literal("views");
-        window_create(&window, &title, window_width, window_height, window_centred, window_centred, 0);
-        window_handle_messages(&window, 0);
-        context.frame_memory = data_virtual_alloc(0xA00000, 0);
-        context.window = &window;
-        context.view_state = &state;
-        context.font_set = &fonts;
-        ui = ui_create(&context.frame_memory, &window);
-        ui.font_set = &fonts;
+        open_view_window(r, window, fonts, ui, state, context, window_width, window_height);
         ui.rectangles = &rectangles.batch;
         ui.text = &text.batch;
         ui.icons = &icons.batch;
         ui.popup_rectangles = &popup_rectangles.batch;
         ui.popup_text = &popup_text.batch;
         ui.popup_icons = &popup_icons.batch;
-        context.ui = &ui;
         context.feed_queries = engine.slots.data();
         context.feed_query_count = engine.slots.size();
         context.feed_query_context = &engine.context;
