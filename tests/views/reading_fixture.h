@@ -61,6 +61,7 @@ struct reading_fixture_t : ::testing::Test {
 
     void SetUp() override {
         open_view_window(r, window, fonts, ui, state, context, window_width, window_height);
+        if (HasFatalFailure()) return; // no font: the failure is reported, nothing runs
         file_storage_init(&storage, file_storage_reserve_size, file_storage_commit_step, file_storage_unit);
         context.file_storage = &storage;
         // Links go to the queue of the first configuration: no program starts.

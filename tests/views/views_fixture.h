@@ -67,6 +67,7 @@ struct views_fixture_t : ::testing::Test {
     void SetUp() override {
         [[maybe_unused]] static bool scratch_ready = (scratch_block_init(0x500000), true);
         open_view_window(r, window, fonts, ui, state, context, window_width, window_height);
+        if (HasFatalFailure()) return; // no font: the failure is reported, nothing runs
         ui.rectangles = &rectangles.batch;
         ui.text = &text.batch;
         ui.icons = &icons.batch;
