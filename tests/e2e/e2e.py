@@ -7,7 +7,11 @@ person would, checked by screenshots and by the reader it saved.
 CTest runs each session as a test of its own (tests/e2e/CMakeLists.txt).
 """
 import os
+import signal
+import subprocess
 import sys
+import time
+import urllib.request
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 from harness import (SELECTED_ENTRY, SELECTED_FEED, check, main, run, views_drawn,  # noqa: E402
@@ -32,10 +36,7 @@ def window(s):
     empty = s.tool.dump(folder)
     check(empty["feeds"] == [] and empty["counters"]["generation"] == 0, "an empty reader")
 
-    opml = os.path.join(s.temp, "twenty.opml")
-    with open(opml, "wb") as f:
-        f.write(_fetch(s.demo.url("/twenty.opml")))
-    result = s.tool("import", "-path", folder, opml)
+    result = s.tool("import", "-path", folder, twenty_feeds(s))
     check(result.returncode == 1 and "Returned (5)" in result.stderr, "the dead address fails: " + result.stderr)
     before = s.tool.dump(folder)
     check(len(before["feeds"]) == 18, "18 of 20 feeds: %d" % len(before["feeds"]))
@@ -48,13 +49,20 @@ def window(s):
 
 
 def _fetch(url):
-    import urllib.request
     with urllib.request.urlopen(url) as response:
         return response.read()
 
 
+def twenty_feeds(s):
+    """The demo server's OPML list of 20 feeds (one dead, one not a feed), as a file."""
+    opml = os.path.join(s.temp, "twenty.opml")
+    with open(opml, "wb") as f:
+        f.write(_fetch(s.demo.url("/twenty.opml")))
+    return opml
+
+
 def start_drawn(s, folder, args=(), cwd=None):
-    """Starts the program and waits for its first drawn frame, before any input."""
+    """The program started, its first frame drawn: ready for input."""
     p = s.start(folder, args, cwd)
     p.wait_drawn("the window content", views_drawn)
     return p
@@ -157,9 +165,7 @@ def import_list(s):
     """(b) An OPML file of 20 feeds from the loopback server, one dead and one
     not a feed: the log panel opens with the failure, the other feeds are there."""
     folder = s.folder("reader")
-    opml = os.path.join(s.temp, "subscriptions.opml")
-    with open(opml, "wb") as f:
-        f.write(_fetch(s.demo.url("/twenty.opml")))
+    opml = twenty_feeds(s)
     p = start_drawn(s, folder, ["-log"], cwd=s.temp)
     image = p.wait_drawn("the add feed panel", lambda i: len(i.text_boxes()) == 3)
     box = image.text_boxes()[1]
@@ -216,7 +222,7 @@ def choose_filter(p, item):
 def delete(s):
     """(d) An entry deleted twice (marked, then erased), a feed removed with
     Shift+Delete and brought back with Shift+Backspace, F8, a restart: the
-    state persisted exactly."""
+    state persisted exactly; an entry left marked is purged by the close."""
     folder = s.folder("reader")
     for name in ("/harbour-notes.xml", "/the-drift.atom"):  # one run each: two generations, a known order
         check(s.tool("update", "-path", folder, s.demo.url(name)).returncode == 0, "prepared reader")
@@ -251,9 +257,99 @@ def delete(s):
     check(s.tool.dump(folder) == saved, "the save at close differs from F8's")
     p = start_drawn(s, folder)
     blocks(p, 1)
-    check(p.close() == 0, "exit status of the restart")
     check(s.tool.dump(folder) == saved, "the reader changed over a restart")
+    # An entry only marked when the window closes is purged by the close.
+    p.key("Down", "Delete", "F8")
+    marked = wait_for("the mark saved", lambda: [e for e in s.tool.dump(folder)["entries"] if e["deleted"]])
+    check(len(marked) == 1, "one entry marked")
+    check(p.close() == 0, "exit status of the restart")
+    last = s.tool.dump(folder)
+    check(len(last["entries"]) == len(saved["entries"]) - 1 and not any(e["deleted"] for e in last["entries"]),
+          "the marked entry purged at close")
+    check(key_of(marked[0]) not in [key_of(e) for e in last["entries"]], "the marked entry is gone")
 
+
+def becomes_idle(pid, seconds=20):
+    """Whether a process reaches a second in which it uses no processor time."""
+    def ticks():  # user and system clock ticks so far
+        fields = open("/proc/%d/stat" % pid).read().rsplit(")", 1)[1].split()
+        return int(fields[11]) + int(fields[12])
+    before = ticks()
+    for _ in range(seconds):
+        time.sleep(1)
+        now = ticks()
+        if now == before:
+            return True
+        before = now
+    return False
+
+
+def signals(s):
+    """The window opened, the program idles without using the processor; SIGTERM
+    or SIGINT ends it with status 0 and a saved snapshot, its log and a profile
+    the report tool reads: the main thread's frames and six workers'."""
+    for number in (signal.SIGTERM, signal.SIGINT):
+        folder, cwd = s.folder("reader%d" % number), s.folder("cwd%d" % number)
+        os.makedirs(cwd)
+        p = s.start(folder, ["-gfx_log", "-log", "-profile"], cwd)
+        # The OpenGL report is written once the window and its context exist.
+        gl_log = os.path.join(cwd, "win32_opengl.log")
+        wait_for("the OpenGL report", lambda: os.path.exists(gl_log) and "GL_VERSION" in open(gl_log).read(), 60)
+        check(becomes_idle(p.process.pid), "still using the processor")
+        p.process.send_signal(number)
+        p.process.wait(timeout=60)
+        check(p.close() == 0, "exit status after signal %d" % number)
+        check(p.stderr == "", "stderr: " + p.stderr)
+        check(len(snapshots(folder)) == 1, "one snapshot")
+        check("Frame start: " in open(os.path.join(cwd, "log.txt")).read(), "frames in the log")
+        report = run([os.environ["TIDEWRACK_PROFILE_TOOL"], os.path.join(cwd, "profile.bin")])
+        check(report.returncode == 0, "the report tool: " + report.stderr)
+        main_at = report.stdout.find("] - main\n")
+        check(main_at >= 0 and "\nframe " in report.stdout[main_at:], "the main thread's frames")
+        check(report.stdout.count("] - worker_thread\n") == 6, "six workers' timelines")
+
+
+def exited(command, env, cwd=None):
+    result = subprocess.run(command, env=env, cwd=cwd, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
+                            timeout=60)
+    return result.returncode, result.stderr
+
+
+def no_window(s):
+    """Without a display, or without OpenGL 3.3, the program saves and says why, in one line."""
+    bare = {k: v for k, v in s.display.env.items() if k not in ("DISPLAY", "WAYLAND_DISPLAY")}
+    old_gl = dict(s.display.env, MESA_GL_VERSION_OVERRIDE="3.1")
+    for what, env, reason in (("no display", bare, "no display"), ("old OpenGL", old_gl, "OpenGL 3.3")):
+        folder = s.folder(what)
+        status, err = exited([s.program_binary, "-path", folder], env)
+        check(status == 0, what + ": exit status %d" % status)
+        check(len(snapshots(folder)) == 1, what + ": one snapshot")
+        check(err.startswith("tidewrack: no window: ") and reason in err and err.count("\n") == 1, what + ": " + err)
+
+
+def damaged(s):
+    """A damaged newest snapshot stops the start before any file is touched,
+    and names the file."""
+    for what, data in (("not a reader file", b"this is not a snapshot"), ("empty", b""),
+                       ("right magic, cut short", b"feed\x01\x00\x00\x00" + bytes(20))):
+        folder, cwd = s.folder(what), s.folder(what + " cwd")
+        os.makedirs(folder)
+        os.makedirs(cwd)
+        newest = os.path.join(folder, "feed_data_20250101_000000.bin")
+        for name, content in (("feed_data_20240101_000000.bin", b"an older one"), (newest, data),
+                              ("notes.txt", b"someone else's")):
+            with open(os.path.join(folder, name), "wb") as f:
+                f.write(content)
+
+        def listing():
+            return {n: (open(os.path.join(folder, n), "rb").read(), os.stat(os.path.join(folder, n)).st_mtime_ns)
+                    for n in os.listdir(folder)}
+        before = listing()
+        status, err = exited([s.program_binary, "-path", folder, "-log", "-profile"], s.display.env, cwd)
+        check(status != 0, what + ": exit status 0")
+        check(listing() == before, what + ": the folder changed")
+        check(newest in err and "Move that file out of the folder" in err, what + ": " + err)
+        check(not {"log.txt", "profile.bin"} & set(os.listdir(cwd)), what + ": a log or profile written")
 
 SESSIONS = {
     "window": window,
@@ -261,6 +357,9 @@ SESSIONS = {
     "import": import_list,
     "queue": queue,
     "delete": delete,
+    "signals": signals,
+    "no_window": no_window,
+    "damaged": damaged,
 }
 
 if __name__ == "__main__":
