@@ -1,10 +1,6 @@
 """The end-to-end harness: a private X server, the demo server, the program
 driven through xdotool, screenshots with ImageMagick, and the saved reader
-read back with `tidewrack-tool dump`.
-
-Standard library only. Each helper fails with a message that says what was
-being waited for; nothing here depends on how fast the machine is beyond
-generous time limits for things that do happen.
+read back with `tidewrack-tool dump`. Every wait fails saying what it waited for.
 """
 import json
 import os
@@ -15,10 +11,7 @@ import sys
 import tempfile
 import time
 
-HERE = os.path.dirname(os.path.abspath(__file__))
-ROOT = os.path.normpath(os.path.join(HERE, "..", ".."))
-
-WINDOW_CLASS = "tidewrack"
+ROOT = os.path.normpath(os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", ".."))
 BACKGROUND = (46, 46, 48)          # the window content's background, (0.18, 0.18, 0.19)
 SELECTED_FEED = (0, 122, 204)      # a selected feed's block, (0, 0.48, 0.8)
 SELECTED_ENTRY = (201, 82, 0)      # a selected entry's row, (0.79, 0.32, 0)
@@ -37,7 +30,7 @@ def check(condition, message):
 
 
 def wait_for(what, probe, timeout=30.0, step=0.05):
-    """Calls probe() until it gives something true, and returns that."""
+    """probe()'s first true value."""
     end = time.monotonic() + timeout
     while True:
         value = probe()
@@ -61,7 +54,6 @@ class Display:
             ["Xvfb", "-displayfd", str(write_end), "-screen", "0", "%dx%dx24" % (width, height), "-nolisten", "tcp"],
             pass_fds=(write_end,), stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         os.close(write_end)
-        number = b""
         with os.fdopen(read_end, "rb") as f:
             number = f.readline().strip()
         check(number, "Xvfb did not start")
@@ -77,8 +69,7 @@ class Display:
         self.process.wait()
 
     def xdotool(self, *args):
-        result = run(["xdotool"] + [str(a) for a in args], env=self.env)
-        return result.stdout.strip()
+        return run(["xdotool"] + [str(a) for a in args], env=self.env).stdout.strip()
 
 
 class Demo:
@@ -93,9 +84,7 @@ class Demo:
     def url(self, path):
         return self.base + path
 
-    def close(self):
-        self.process.terminate()
-        self.process.wait()
+    close = Display.close
 
 
 class Program:
@@ -114,14 +103,12 @@ class Program:
     def _find_window(self):
         if self.process.poll() is not None:
             raise Failure("the program ended before its window showed: " + self.process.stderr.read())
-        found = self.display.xdotool("search", "--onlyvisible", "--class", WINDOW_CLASS).split()
+        found = self.display.xdotool("search", "--onlyvisible", "--class", "tidewrack").split()
         return found[0] if found else None
 
-    # ---- input ----
-    # A person's key or button stays down for a moment: the program sees the
-    # press and the release in different frames, as it does from a hand.
+    # A key or button stays down for a moment, as from a hand: the program
+    # sees the press and the release in different frames.
     def key(self, *keys):
-        """xdotool key names: Down, Delete, shift+Delete, BackSpace, F5, Return..."""
         for k in keys:
             self.display.xdotool("keydown", k)
             time.sleep(HOLD)
@@ -132,16 +119,12 @@ class Program:
         self.display.xdotool("type", "--delay", 30, text)
         time.sleep(HOLD)
 
-    def click(self, x, y, button=1):
+    def click(self, x, y):
         """x, y from the window's top left."""
-        self.display.xdotool("mousemove", "--window", self.window, x, y)
-        time.sleep(HOLD)
-        self.display.xdotool("mousedown", button)
-        time.sleep(HOLD)
-        self.display.xdotool("mouseup", button)
-        time.sleep(HOLD)
+        for args in (("mousemove", "--window", self.window, x, y), ("mousedown", 1), ("mouseup", 1)):
+            self.display.xdotool(*args)
+            time.sleep(HOLD)
 
-    # ---- looking ----
     def screenshot(self, path):
         if self.process.poll() is not None:
             raise Failure("the program ended (status %d): %s" % (self.process.returncode, self.process.stderr.read()[-3000:]))
@@ -153,26 +136,19 @@ class Program:
         return Image(path)
 
     def wait_drawn(self, what, probe, timeout=30.0):
-        """Takes screenshots until probe(image) holds, and returns that image."""
+        """The first screenshot for which probe(image) holds."""
         path = os.path.join(tempfile.gettempdir(), "tidewrack_e2e_%d.png" % os.getpid())
-        found = []
 
         def attempt():
             image = self.screenshot(path)
-            if probe(image):
-                found.append(image)
-                return True
-            return False
-
+            return image if probe(image) else None
         try:
-            wait_for(what, attempt, timeout, step=0.2)
+            return wait_for(what, attempt, timeout, step=0.2)
         except Failure:
             kept = os.path.join(tempfile.gettempdir(), "tidewrack_e2e_failed.png")
             shutil.copy(path, kept)
             raise Failure("timed out waiting for %s (the last screenshot: %s)" % (what, kept))
-        return found[0]
 
-    # ---- ending ----
     def close(self, timeout=60.0):
         """As the close button does: the program stops its workers, purges,
         audits and saves. Returns the exit code."""
@@ -202,16 +178,8 @@ class Image:
     def pixel(self, x, y):
         return self.pixels[y * self.width + x]
 
-    def count(self, colour, tolerance=2, box=None):
-        left, top, right, bottom = box or (0, 0, self.width, self.height)
-        n = 0
-        for y in range(top, bottom):
-            row = y * self.width
-            for x in range(left, right):
-                p = self.pixels[row + x]
-                if all(abs(p[i] - colour[i]) <= tolerance for i in range(3)):
-                    n += 1
-        return n
+    def count(self, colour, tolerance=2):
+        return sum(1 for p in self.pixels if all(abs(p[i] - colour[i]) <= tolerance for i in range(3)))
 
     def find(self, colour, tolerance=2):
         """The bounding box (left, top, right, bottom) of a colour, or None."""
@@ -258,7 +226,7 @@ class Image:
 
 
 class Tool:
-    def __init__(self, binary, env=None):
+    def __init__(self, binary, env):
         self.binary = binary
         self.env = env
 
@@ -266,7 +234,7 @@ class Tool:
         return run([self.binary] + [str(a) for a in args], env=self.env)
 
     def dump(self, folder):
-        result = self(*(["dump", "-path", folder]))
+        result = self("dump", "-path", folder)
         check(result.returncode == 0, "dump failed: " + result.stderr)
         return json.loads(result.stdout)
 
