@@ -67,30 +67,6 @@ struct layout_test_t : ::testing::Test {
     static std::string segment_text(const layout_segment_t &s) { return std::string((const char *)s.text, s.bytes); }
 };
 
-TEST_F(layout_test_t, SingleLineSize) {
-    ASSERT_NE(kern_a, 0u) << "the face kerns no pair of letters";
-    std::string pair = {(char)kern_a, (char)kern_b};
-    struct row_t {
-        std::string text;
-        u32 previous;
-        f32 width;
-    } rows[] = {
-        {"", code_point_none, 0},
-        {"a\nbc", code_point_none, advance('a') - bearing('a')},
-        {"a\rbc", code_point_none, advance('a') - bearing('a')},
-        {pair, code_point_none, advance(kern_a) - bearing(kern_a) + kern(kern_a, kern_b) + advance(kern_b)},
-        {pair.substr(1), kern_a, kern(kern_a, kern_b) + advance(kern_b)},
-        {"\xFF", code_point_none, advance(0xFFFD) - bearing(0xFFFD)},
-        {"\xC3\xA9t\xC3", code_point_none, advance(0xE9) - bearing(0xE9) + advance('t') + kern(0xE9, 't') +
-                                               kern('t', 0xFFFD) + advance(0xFFFD)},
-    };
-    for (const row_t &r : rows) {
-        vec2 size = layout_get_single_line_size(font(), (const u8 *)r.text.data(), r.text.size(), r.previous);
-        EXPECT_FLOAT_EQ(size.x, r.width) << r.text;
-        EXPECT_EQ(size.y, r.width != 0 ? h() : 0.0f) << r.text;
-    }
-}
-
 TEST_F(layout_test_t, FitSingleLine) {
     const std::string text = "Hello world";
     const std::string dots = "\xE2\x80\xA6";
