@@ -108,9 +108,9 @@ struct renderer_test_t : ::testing::Test {
         EXPECT_EQ(gl_debug_message_count, 0u);
         return frame;
     }
-    frame_t draw_text(const std::string &s, f32 x, f32 y, u32 font = 1, bool skip_bearing = false) {
+    frame_t draw_text(const std::string &s, f32 x, f32 y, u32 font = 1) {
         SetUp();
-        gl_batch_text(batch(text), (const u8 *)s.data(), s.size(), 0, x, y, skip_bearing, font, vec4{1, 1, 1, 1});
+        gl_batch_text(batch(text), (const u8 *)s.data(), s.size(), 0, x, y, false, font, vec4{1, 1, 1, 1});
         return flush();
     }
 };
@@ -163,22 +163,6 @@ TEST_F(renderer_test_t, AScissorCuts) {
               {220, 99, green},  {220, 100, black},  {290, 20, blue},  {10, 170, black}});
 }
 
-TEST_F(renderer_test_t, TextFallsInItsBox) {
-    const font_t *font = font_get(&font_set, 1);
-    const f32 x = 40, y = 100;
-    box_t box = draw_text("Hxg", x, y).lit_box();
-    ASSERT_GE(box.r, box.l) << "no glyph pixels at all";
-    f32 ascent = font->ascent * font->scale, descent = -font->descent * font->scale;
-    // Within the line: above the descent, below the ascent, right of the pen.
-    EXPECT_GE(box.l, (i32)x - 1);
-    EXPECT_LE(box.r, (i32)(x + 3 * 16));
-    EXPECT_GE(box.b, (i32)(y - descent) - 1);
-    EXPECT_LE(box.t, (i32)(y + ascent) + 1);
-    // "g" descends below the baseline and "H" reaches up near the ascent.
-    EXPECT_LT(box.b, (i32)y - 1);
-    EXPECT_GT(box.t, (i32)(y + ascent * 0.5f));
-}
-
 TEST_F(renderer_test_t, TextStopsAtInvalidUtf8AndBreaksLines) {
     frame_t whole = draw_text("AB", 20, 100);
     frame_t cut = draw_text("AB\xFF" "CD", 20, 100);
@@ -195,14 +179,6 @@ TEST_F(renderer_test_t, TextStopsAtInvalidUtf8AndBreaksLines) {
     EXPECT_EQ(lines.r, one.r);
     EXPECT_EQ(lines.t, one.t);
     EXPECT_NEAR(lines.b, one.b - 2 * step, 1.5);
-}
-
-TEST_F(renderer_test_t, SkipBearingMovesTheFirstGlyphOfEachLineLeft) {
-    const font_t *font = font_get(&font_set, 2);
-    const glyph_t *w = &font->glyphs[font_glyph_index(font, 'W')];
-    box_t plain = draw_text("W", 50, 100, 2, false).lit_box();
-    box_t skipped = draw_text("W", 50, 100, 2, true).lit_box();
-    EXPECT_NEAR(plain.l - skipped.l, w->left, 1.0);
 }
 
 TEST_F(renderer_test_t, ImagesOfOneAndFourChannels) {
