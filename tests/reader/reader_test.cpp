@@ -272,17 +272,12 @@ TEST(ReaderCompact, TrimKeepsWhatTheTextUses) {
 }
 
 TEST(ReaderAuditDeathTest, CatchesBrokenCounts) {
-    {
+    for (auto [breaks, message] : {std::pair{+[](entry_t *, reader_t *r) { r->entries.entry_count++; }, "count disagrees"},
+                                   {+[](entry_t *e, reader_t *) { e->rss.category_count = 2; },
+                                    "counts disagree with its links"}}) {
         test_reader_t t;
-        t.rss_entry(t.rss_feed("http://f", "F"), "e", "g", make_date(2024, 1, 1), {"a"});
-        t.reader.entries.entry_count++;
+        breaks(t.rss_entry(t.rss_feed("http://f", "F"), "e", "g", make_date(2024, 1, 1), {"a"}), &t.reader);
         EXPECT_FALSE(reader_audit_check(&t.reader));
-        EXPECT_DEATH(reader_audit(&t.reader), "count disagrees");
-    }
-    {
-        test_reader_t t;
-        t.rss_entry(t.rss_feed("http://f", "F"), "e", "g", make_date(2024, 1, 1), {"a"})->rss.category_count = 2;
-        EXPECT_FALSE(reader_audit_check(&t.reader));
-        EXPECT_DEATH(reader_audit(&t.reader), "counts disagree with its links");
+        EXPECT_DEATH(reader_audit(&t.reader), message);
     }
 }
