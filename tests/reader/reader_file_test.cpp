@@ -294,6 +294,7 @@ TEST(ReaderFile, FileDates) {
         {"C:\\Users\\u\\feed_data_20240229_120000.bin", true},
         {"feed_data_20250229_120000.bin", false}, // not a leap year (the stamp's own rules are the dates' tests)
         {"feed_data_20260101_0000000.bin", false},
+        {"feed_data_20260101-000000.bin", false}, // right length, wrong separator
         {"notes.bin", false},
         {"20260101_000000_abcdefghi.bin", false}, // right length, foreign name
         {"xfeed_data_20260101_000000", false}, {"", false},
