@@ -144,9 +144,8 @@ TEST_F(input_fixture_t, TypedText) {
     pump();
     EXPECT_EQ(window.text_count, 0u);
     EXPECT_EQ(window.text_bytes, 0u);
-}
 
-TEST_F(input_fixture_t, ABurstKeepsThe32FirstCharacters) {
+    // A burst keeps the 32 first characters.
     std::string all;
     for (int i = 0; i < 40; ++i) {
         std::string one(1, (char)('A' + i % 26));
