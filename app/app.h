@@ -9,7 +9,6 @@
 
 constexpr u64 app_frame_memory_size = 0xA00000;
 constexpr u64 app_scratch_block_size = 0x500000;
-constexpr u64 app_general_block_size = 0x2000000;
 constexpr u64 app_font_memory_size = 0x500000;
 constexpr u64 app_ui_memory_size = 0x100000;
 
@@ -35,9 +34,3 @@ void app_paths_init(app_context *app);
 // The text batches' size: a screen filled with 14-pixel rows of glyphs 2
 // pixels wide. rows = ceil(screen height / 14), columns = screen width / 2.
 void app_text_cells(i32 screen_width, i32 screen_height, u32 *rows, u32 *columns);
-// Milliseconds of one refresh; a rate of 0 (unknown) counts as 60 Hz.
-u64 app_period_ms(u32 refresh_rate);
-// How long the loop sleeps when it paces itself: what is left of the period
-// after the previous frame's work and this frame's messages, each rounded up
-// to whole milliseconds. Counter ticks at `frequency` a second.
-u64 app_pacing_sleep_ms(u64 work_ticks, u64 message_ticks, f64 frequency, u64 period_ms);
