@@ -5,61 +5,41 @@
 #include "reader/reader.h"
 #include "reader/reader_internal.h"
 
-#define STRING_AT(type, field) (u16) offsetof(type, field)
+// The offsets of the string fields of each record layout, in record order,
+// from the lists of reader_fields.h.
+#define READER_STRING_string(type, field) (u16) offsetof(type, field),
+#define READER_STRING_date(type, field)
+#define READER_STRING_u32(type, field)
+#define READER_STRING_u64(type, field)
+#define READER_STRING_unused(type, field)
+#define READER_STRING_hours(type, field)
+#define READER_STRING_days(type, field)
+#define READER_FEED_STRING(kind, name) READER_STRING_##kind(feed_t, name)
+#define READER_FEED_RSS_STRING(kind, name) READER_STRING_##kind(feed_t, rss.name)
+#define READER_FEED_ATOM_STRING(kind, name) READER_STRING_##kind(feed_t, atom.name)
+#define READER_ENTRY_STRING(kind, name) READER_STRING_##kind(entry_t, name)
+#define READER_ENTRY_RSS_STRING(kind, name) READER_STRING_##kind(entry_t, rss.name)
+#define READER_ENTRY_ATOM_STRING(kind, name) READER_STRING_##kind(entry_t, atom.name)
+#define READER_CATEGORY_STRING(kind, name) READER_STRING_##kind(category_t, name)
+#define READER_PERSON_STRING(kind, name) READER_STRING_##kind(person_t, name)
+#define READER_ATOM_LINK_STRING(kind, name) READER_STRING_##kind(atom_link_t, name)
+#define READER_LINK_CONFIGURATION_STRING(kind, name) READER_STRING_##kind(link_configuration_t, name)
 
-const u16 reader_strings_feed_rss[23] = {
-    STRING_AT(feed_t, url),
-    STRING_AT(feed_t, rss.title),
-    STRING_AT(feed_t, rss.link),
-    STRING_AT(feed_t, rss.description),
-    STRING_AT(feed_t, rss.language),
-    STRING_AT(feed_t, rss.copyright),
-    STRING_AT(feed_t, rss.managing_editor),
-    STRING_AT(feed_t, rss.web_master),
-    STRING_AT(feed_t, rss.generator),
-    STRING_AT(feed_t, rss.docs),
-    STRING_AT(feed_t, rss.cloud_domain),
-    STRING_AT(feed_t, rss.cloud_path),
-    STRING_AT(feed_t, rss.cloud_register_procedure),
-    STRING_AT(feed_t, rss.cloud_protocol),
-    STRING_AT(feed_t, rss.image_url),
-    STRING_AT(feed_t, rss.image_title),
-    STRING_AT(feed_t, rss.image_link),
-    STRING_AT(feed_t, rss.image_description),
-    STRING_AT(feed_t, rss.rating),
-    STRING_AT(feed_t, rss.text_input_title),
-    STRING_AT(feed_t, rss.text_input_description),
-    STRING_AT(feed_t, rss.text_input_name),
-    STRING_AT(feed_t, rss.text_input_link),
-};
+static const u16 reader_strings_feed_rss[] = {
+    READER_FEED_FIELDS(READER_FEED_STRING) READER_FEED_RSS_FIELDS(READER_FEED_RSS_STRING)};
+static const u16 reader_strings_feed_atom[] = {
+    READER_FEED_FIELDS(READER_FEED_STRING) READER_FEED_ATOM_FIELDS(READER_FEED_ATOM_STRING)};
+static const u16 reader_strings_entry_rss[] = {
+    READER_ENTRY_FIELDS(READER_ENTRY_STRING) READER_ENTRY_RSS_FIELDS(READER_ENTRY_RSS_STRING)};
+static const u16 reader_strings_entry_atom[] = {
+    READER_ENTRY_FIELDS(READER_ENTRY_STRING) READER_ENTRY_ATOM_FIELDS(READER_ENTRY_ATOM_STRING)};
+static const u16 reader_strings_category[] = {READER_CATEGORY_FIELDS(READER_CATEGORY_STRING)};
+static const u16 reader_strings_person[] = {READER_PERSON_FIELDS(READER_PERSON_STRING)};
+static const u16 reader_strings_atom_link[] = {READER_ATOM_LINK_FIELDS(READER_ATOM_LINK_STRING)};
+static const u16 reader_strings_link_configuration[] = {
+    READER_LINK_CONFIGURATION_FIELDS(READER_LINK_CONFIGURATION_STRING)};
 
-const u16 reader_strings_feed_atom[10] = {
-    STRING_AT(feed_t, url),
-    STRING_AT(feed_t, atom.generator),
-    STRING_AT(feed_t, atom.generator_uri),
-    STRING_AT(feed_t, atom.generator_version),
-    STRING_AT(feed_t, atom.icon),
-    STRING_AT(feed_t, atom.logo),
-    STRING_AT(feed_t, atom.atom_id),
-    STRING_AT(feed_t, atom.rights),
-    STRING_AT(feed_t, atom.subtitle),
-    STRING_AT(feed_t, atom.title),
-};
-
-const u16 reader_strings_entry_rss[10] = {
-    STRING_AT(entry_t, rss.title),          STRING_AT(entry_t, rss.link),       STRING_AT(entry_t, rss.description),
-    STRING_AT(entry_t, rss.author),         STRING_AT(entry_t, rss.comments),   STRING_AT(entry_t, rss.enclosure_url),
-    STRING_AT(entry_t, rss.enclosure_type), STRING_AT(entry_t, rss.source),     STRING_AT(entry_t, rss.source_url),
-    STRING_AT(entry_t, rss.guid),
-};
-
-const u16 reader_strings_entry_atom[6] = {
-    STRING_AT(entry_t, atom.content), STRING_AT(entry_t, atom.atom_id), STRING_AT(entry_t, atom.rights),
-    STRING_AT(entry_t, atom.source),  STRING_AT(entry_t, atom.summary), STRING_AT(entry_t, atom.title),
-};
-
-const u16 reader_strings_category[3] = {8, 32, 56};
-const u16 reader_strings_atom_link[4] = {8, 32, 56, 80};
+#define READER_VISIT(record, table) reader_visit_fields(record, table, array_count(table), visit, context)
 
 static bool reader_visit_fields(u8 *record, const u16 *offsets, u32 count, reader_string_visit_t *visit,
                                 void *context) {
@@ -78,10 +58,10 @@ static bool reader_visit_group(reader_t *reader, u32 group, u32 first, u32 end, 
             u8 *record = (u8 *)pool_entry(&reader->feeds, sizeof(feed_t), i);
             switch (feed_get_type((feed_t *)record)) {
             case reader_type_rss:
-                if (!reader_visit_fields(record, reader_strings_feed_rss, 23, visit, context)) return false;
+                if (!READER_VISIT(record, reader_strings_feed_rss)) return false;
                 break;
             case reader_type_atom:
-                if (!reader_visit_fields(record, reader_strings_feed_atom, 10, visit, context)) return false;
+                if (!READER_VISIT(record, reader_strings_feed_atom)) return false;
                 break;
             default: *bad_feed = true; return false;
             }
@@ -93,10 +73,10 @@ static bool reader_visit_group(reader_t *reader, u32 group, u32 first, u32 end, 
             u8 *record = (u8 *)pool_entry(&reader->entries, sizeof(entry_t), i);
             switch (entry_get_type((entry_t *)record)) {
             case reader_type_rss:
-                if (!reader_visit_fields(record, reader_strings_entry_rss, 10, visit, context)) return false;
+                if (!READER_VISIT(record, reader_strings_entry_rss)) return false;
                 break;
             case reader_type_atom:
-                if (!reader_visit_fields(record, reader_strings_entry_atom, 6, visit, context)) return false;
+                if (!READER_VISIT(record, reader_strings_entry_atom)) return false;
                 break;
             default: *bad_entry = true; return false;
             }
@@ -105,15 +85,15 @@ static bool reader_visit_group(reader_t *reader, u32 group, u32 first, u32 end, 
     }
     for (u32 i = 0; i < reader->categories.entry_count; i++) {
         u8 *record = (u8 *)pool_entry(&reader->categories, sizeof(category_t), i);
-        if (!reader_visit_fields(record, reader_strings_category, 3, visit, context)) return false;
+        if (!READER_VISIT(record, reader_strings_category)) return false;
     }
     for (u32 i = 0; i < reader->persons.entry_count; i++) {
         u8 *record = (u8 *)pool_entry(&reader->persons, sizeof(person_t), i);
-        if (!reader_visit_fields(record, reader_strings_category, 3, visit, context)) return false;
+        if (!READER_VISIT(record, reader_strings_person)) return false;
     }
     for (u32 i = 0; i < reader->atom_links.entry_count; i++) {
         u8 *record = (u8 *)pool_entry(&reader->atom_links, sizeof(atom_link_t), i);
-        if (!reader_visit_fields(record, reader_strings_atom_link, 4, visit, context)) return false;
+        if (!READER_VISIT(record, reader_strings_atom_link)) return false;
     }
     return true;
 }
@@ -123,6 +103,12 @@ bool reader_visit_strings(reader_t *reader, reader_string_visit_t *visit, void *
     u32 entries = reader->entries.entry_count;
     for (u32 group = 0; group < 3; group++)
         if (!reader_visit_group(reader, group, 0, entries, visit, context, bad_feed, bad_entry)) return false;
+    return true;
+}
+
+bool reader_visit_configurations(reader_t *reader, reader_string_visit_t *visit, void *context) {
+    for (link_configuration_t &configuration : reader->link_configurations)
+        if (!READER_VISIT((u8 *)&configuration, reader_strings_link_configuration)) return false;
     return true;
 }
 
@@ -180,33 +166,33 @@ static bool reader_compact_in_place(reader_t *reader) {
     reader_in_place_t check = {reader->text.bytes, reader->text.reserved, 0, true};
     bool bad_feed = false, bad_entry = false;
     reader_visit_strings(reader, reader_in_place_field, &check, &bad_feed, &bad_entry);
-    for (link_configuration_t &configuration : reader->link_configurations) {
-        data_t *fields[3] = {&configuration.name, &configuration.executable, &configuration.queued_links};
-        for (data_t *field : fields) {
-            if (check.possible) reader_in_place_field(&check, field);
-        }
-    }
+    if (check.possible) reader_visit_configurations(reader, reader_in_place_field, &check);
     return check.possible && !bad_feed && !bad_entry && check.offset <= reader->text.reserved;
 }
 
 // Link configuration strings come home from the file storage if they were
 // edited, and go back there no more.
+struct reader_home_t {
+    reader_t *reader;
+    const u8 *old_first; // the old text block
+    const u8 *old_end;
+};
+
+static bool reader_home_field(void *context, data_t *field) {
+    reader_home_t *home = (reader_home_t *)context;
+    u8 *old_bytes = field->bytes;
+    u64 old_reserved = field->reserved;
+    field->reserved = field->used;
+    reader_compact_field(home->reader, field);
+    bool in_text = old_bytes >= home->old_first && old_bytes < home->old_end;
+    if (old_bytes && !in_text && home->reader->text_release)
+        home->reader->text_release(home->reader->text_release_context, old_bytes, old_reserved);
+    return true;
+}
+
 static void reader_compact_configurations(reader_t *reader, const data_t *old_block) {
-    const u8 *old_first = old_block->bytes;
-    const u8 *old_end = old_block->bytes + old_block->reserved;
-    for (u32 i = 0; i < reader_link_configuration_count; i++) {
-        link_configuration_t *configuration = &reader->link_configurations[i];
-        data_t *fields[3] = {&configuration->name, &configuration->executable, &configuration->queued_links};
-        for (data_t *field : fields) {
-            u8 *old_bytes = field->bytes;
-            u64 old_reserved = field->reserved;
-            field->reserved = field->used;
-            reader_compact_field(reader, field);
-            bool in_text = old_bytes >= old_first && old_bytes < old_end;
-            if (old_bytes && !in_text && reader->text_release)
-                reader->text_release(reader->text_release_context, old_bytes, old_reserved);
-        }
-    }
+    reader_home_t home = {reader, old_block->bytes, old_block->bytes + old_block->reserved};
+    reader_visit_configurations(reader, reader_home_field, &home);
 }
 
 struct reader_string_span_t {
@@ -327,12 +313,7 @@ void reader_rebase(reader_t *reader) {
     bool bad_feed = false, bad_entry = false;
     reader_visit_strings(reader, reader_rebase_field, reader, &bad_feed, &bad_entry);
     reader_stop_on_wrong_type(bad_feed, bad_entry);
-    for (u32 i = 0; i < reader_link_configuration_count; i++) {
-        link_configuration_t *configuration = &reader->link_configurations[i];
-        reader_rebase_field(reader, &configuration->name);
-        reader_rebase_field(reader, &configuration->executable);
-        reader_rebase_field(reader, &configuration->queued_links);
-    }
+    reader_visit_configurations(reader, reader_rebase_field, reader);
     for (u32 i = 0; i < reader->metas.entry_count; i++) {
         meta_t *meta = (meta_t *)pool_entry(&reader->metas, sizeof(meta_t), i);
         u64 index = meta->link_configuration_index;

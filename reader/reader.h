@@ -16,6 +16,7 @@
 #include "base/dates.h"
 #include "base/memory.h"
 #include "base/text.h"
+#include "reader/reader_fields.h"
 
 // ---- capacities (hard limits of the design) ------------------------------------
 constexpr u32 reader_feed_capacity = 100;
@@ -88,72 +89,22 @@ enum : u32 {
 };
 
 // ---- records ------------------------------------------------------------------------
+// The fields of each record are listed once, in reader_fields.h.
 // Strings are data_t views into the reader's text (UTF-8, reserved == used, not
 // zero-terminated); in the file the pointer holds an offset into the text
 // section instead. Dates are UTC date_t, zero when unknown.
 
 struct feed_rss_t { // the RSS part of a feed record, from byte 40
-    data_t title;
-    data_t link;
-    data_t description;
-    data_t language;
-    data_t copyright;
-    data_t managing_editor;
-    data_t web_master;
-    date_t pub_date;
-    date_t last_build_date;
-    u32 category_count; // links of kind 1 owned by this feed
-    u32 unused_228;
-    data_t generator;
-    data_t docs;
-    data_t cloud_domain;
-    u32 cloud_port;
-    u32 unused_308;
-    data_t cloud_path;
-    data_t cloud_register_procedure;
-    data_t cloud_protocol;
-    u32 ttl; // minutes
-    u32 unused_388;
-    data_t image_url;
-    data_t image_title;
-    data_t image_link;
-    u32 image_width;
-    u32 image_height;
-    data_t image_description;
-    data_t rating;
-    data_t text_input_title;
-    data_t text_input_description;
-    data_t text_input_name;
-    data_t text_input_link;
-    u32 skip_hours[24]; // one flag an hour, 0 to 23
-    u32 skip_days[7];   // Monday first
-    u32 unused_740;
+    READER_FEED_RSS_FIELDS(READER_MEMBER)
 };
 
 struct feed_atom_t { // the Atom part of a feed record, from byte 40
-    u32 author_count;      // links of kind 5
-    u32 category_count;    // links of kind 3
-    u32 contributor_count; // links of kind 7
-    u32 link_count;        // atom links with owner kind 1
-    data_t generator;
-    data_t generator_uri;
-    data_t generator_version;
-    data_t icon;
-    data_t logo;
-    data_t atom_id;
-    data_t rights;
-    data_t subtitle;
-    data_t title;
-    date_t updated;
+    READER_FEED_ATOM_FIELDS(READER_MEMBER)
     u8 unused_280[464];
 };
 
 struct feed_t { // 744 bytes
-    u32 type_and_flags; // low 31 bits: 0 free, 1 RSS, 2 Atom; bit 31 deleted
-    u32 id;             // from 1
-    u32 entry_count;    // entries of this feed in the pool, marked or not
-    u32 unused_12;
-    data_t url; // where the feed is fetched from
+    READER_FEED_FIELDS(READER_MEMBER)
     union {
         feed_rss_t rss;
         feed_atom_t atom;
@@ -161,94 +112,44 @@ struct feed_t { // 744 bytes
 };
 
 struct entry_rss_t { // the RSS part of an entry record, from byte 16
-    data_t title;
-    data_t link;
-    data_t description;
-    data_t author;
-    data_t comments;
-    data_t enclosure_url;
-    u64 enclosure_length;
-    data_t enclosure_type;
-    data_t source;
-    data_t source_url;
-    data_t guid;
-    u32 guid_is_perma_link; // 1 unless the feed says otherwise
-    u32 category_count;     // links of kind 2
-    date_t pub_date;
+    READER_ENTRY_RSS_FIELDS(READER_MEMBER)
 };
 
 struct entry_atom_t { // the Atom part of an entry record, from byte 16
-    u32 author_count;      // links of kind 6
-    u32 category_count;    // links of kind 4
-    u32 contributor_count; // links of kind 8
-    u32 link_count;        // atom links with owner kind 2
-    data_t content;
-    data_t atom_id;
-    data_t rights;
-    data_t source;
-    data_t summary;
-    data_t title;
-    date_t published;
-    date_t updated;
+    READER_ENTRY_ATOM_FIELDS(READER_MEMBER)
     u8 unused_192[88];
 };
 
 struct entry_t { // 280 bytes
-    u32 type_and_flags; // the feed's type; bit 31 deleted
-    u32 id;             // from 1
-    u32 feed_id;        // the owning feed
-    u32 generation;     // the reader's generation when the entry was made
+    READER_ENTRY_FIELDS(READER_MEMBER)
     union {
         entry_rss_t rss;
         entry_atom_t atom;
     };
 };
 
-struct category_t { // 80 bytes; shared by every owner that names it
-    u32 id; // 0 while the slot is free
-    u32 unused_4;
-    data_t term; // the element's text for RSS
-    data_t scheme;
-    data_t label;
+struct category_t { // 80 bytes
+    READER_CATEGORY_FIELDS(READER_MEMBER)
 };
 
 struct person_t { // 80 bytes
-    u32 id; // 0 while the slot is free
-    u32 unused_4;
-    data_t name;
-    data_t uri;
-    data_t email;
+    READER_PERSON_FIELDS(READER_MEMBER)
 };
 
 struct atom_link_t { // 120 bytes
-    u32 owner_kind; // 0 free, 1 a feed, 2 an entry
-    u32 owner_id;
-    data_t href;
-    data_t type;
-    data_t hreflang;
-    data_t title;
-    u32 rel; // atom_link_rel_*
-    u32 unused_108;
-    u64 length;
+    READER_ATOM_LINK_FIELDS(READER_MEMBER)
 };
 
-struct link_t { // 12 bytes: a many-to-many joint
-    u32 kind; // link_kind_*, 0 while free
-    u32 owner_id;
-    u32 target_id;
+struct link_t { // 12 bytes
+    READER_LINK_FIELDS(READER_MEMBER)
 };
 
-struct link_configuration_t { // 80 bytes: how a feed's links are opened
-    data_t name;
-    data_t executable;
-    data_t queued_links;
-    u32 queue_links;
-    u32 unused_76;
+struct link_configuration_t { // 80 bytes
+    READER_LINK_CONFIGURATION_FIELDS(READER_MEMBER)
 };
 
-struct meta_t { // 16 bytes: what the user set on one feed
-    u32 feed_id; // 0 while the slot is free
-    u32 flags;   // meta_*
+struct meta_t { // 16 bytes
+    READER_META_FIELDS(READER_MEMBER)
     union {
         link_configuration_t *link_configuration; // in memory
         u64 link_configuration_index;             // in the file, 0 to 9

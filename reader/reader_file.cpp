@@ -514,11 +514,7 @@ void reader_read(reader_t *reader, const data_t *path, u32 *error) {
     reader_string_check_t check = {text_size};
     bool bad_feed = false, bad_entry = false;
     bool strings_fit = reader_visit_strings(reader, reader_check_string, &check, &bad_feed, &bad_entry);
-    for (link_configuration_t &configuration : reader->link_configurations) {
-        strings_fit = strings_fit && reader_check_string(&check, &configuration.name) &&
-                      reader_check_string(&check, &configuration.executable) &&
-                      reader_check_string(&check, &configuration.queued_links);
-    }
+    strings_fit = strings_fit && reader_visit_configurations(reader, reader_check_string, &check);
     if (bad_feed || bad_entry) {
         *error = reader_error_records;
         return;

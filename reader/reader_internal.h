@@ -25,14 +25,6 @@ inline pool_iterator_t reader_iterator(pool_t *pool, u64 entry_size, pool_is_liv
     for (pool_iterator_t name##_iterator = reader_iterator(&(pool), sizeof(type), is_live);              \
          type *name = (type *)pool_iterator_next(&name##_iterator);)
 
-// Offsets of the string fields of each record layout, in record order.
-extern const u16 reader_strings_feed_rss[23];
-extern const u16 reader_strings_feed_atom[10];
-extern const u16 reader_strings_entry_rss[10];
-extern const u16 reader_strings_entry_atom[6];
-extern const u16 reader_strings_category[3]; // also the person's
-extern const u16 reader_strings_atom_link[4];
-
 // Calls `visit` on each string field of the records of slots 0 to count - 1
 // of feeds, entries, categories, persons and atom links, in that order (the
 // order of the file). Returns false, having stopped, at a feed or entry of
@@ -40,6 +32,8 @@ extern const u16 reader_strings_atom_link[4];
 typedef bool reader_string_visit_t(void *context, data_t *field);
 bool reader_visit_strings(reader_t *reader, reader_string_visit_t *visit, void *context, bool *bad_feed,
                           bool *bad_entry);
+// The same on the string fields of the ten link configurations.
+bool reader_visit_configurations(reader_t *reader, reader_string_visit_t *visit, void *context);
 
 // Scratch for sorting and look-up tables; the reader is used by the main
 // thread only, and no two users of it overlap.

@@ -1,6 +1,17 @@
 // dump_reader.cpp - the dump command: a snapshot as JSON, every record of
-// every pool with its slot, then the counters and the code point count.
+// every pool with its slot, then the counters and the code point count. The
+// fields come from the lists of reader/reader_fields.h, in record order.
 #include "tools/tool/tool.h"
+
+// One JSON member per field of a list, read from `record`.
+#define DUMP_string(name) json_string(#name, &record->name);
+#define DUMP_date(name) json_date(#name, record->name);
+#define DUMP_u32(name) json_number(#name, record->name);
+#define DUMP_u64(name) json_number(#name, record->name);
+#define DUMP_unused(name)
+#define DUMP_hours(name) json_flags(#name, record->name, 24);
+#define DUMP_days(name) json_flags(#name, record->name, 7);
+#define DUMP_FIELD(kind, name) DUMP_##kind(name)
 
 static void dump_type(u32 type_and_flags) {
     u32 type = type_and_flags & reader_type_mask;
@@ -9,114 +20,52 @@ static void dump_type(u32 type_and_flags) {
     json_bool("deleted", (type_and_flags & reader_deleted) != 0);
 }
 
-static void dump_feed(const feed_t *feed, u32 slot) {
-    json_separator();
-    json_open("{");
-    json_number("slot", slot);
-    dump_type(feed->type_and_flags);
-    json_number("type_and_flags", feed->type_and_flags);
-    json_number("id", feed->id);
-    json_number("entry_count", feed->entry_count);
-    json_string("url", &feed->url);
-    if (feed_get_type(feed) == reader_type_rss) {
-        const feed_rss_t *r = &feed->rss;
-        json_string("title", &r->title);
-        json_string("link", &r->link);
-        json_string("description", &r->description);
-        json_string("language", &r->language);
-        json_string("copyright", &r->copyright);
-        json_string("managing_editor", &r->managing_editor);
-        json_string("web_master", &r->web_master);
-        json_date("pub_date", r->pub_date);
-        json_date("last_build_date", r->last_build_date);
-        json_number("category_count", r->category_count);
-        json_string("generator", &r->generator);
-        json_string("docs", &r->docs);
-        json_string("cloud_domain", &r->cloud_domain);
-        json_number("cloud_port", r->cloud_port);
-        json_string("cloud_path", &r->cloud_path);
-        json_string("cloud_register_procedure", &r->cloud_register_procedure);
-        json_string("cloud_protocol", &r->cloud_protocol);
-        json_number("ttl", r->ttl);
-        json_string("image_url", &r->image_url);
-        json_string("image_title", &r->image_title);
-        json_string("image_link", &r->image_link);
-        json_number("image_width", r->image_width);
-        json_number("image_height", r->image_height);
-        json_string("image_description", &r->image_description);
-        json_string("rating", &r->rating);
-        json_string("text_input_title", &r->text_input_title);
-        json_string("text_input_description", &r->text_input_description);
-        json_string("text_input_name", &r->text_input_name);
-        json_string("text_input_link", &r->text_input_link);
-        json_flags("skip_hours", r->skip_hours, 24);
-        json_flags("skip_days", r->skip_days, 7);
-    } else {
-        const feed_atom_t *a = &feed->atom;
-        json_number("author_count", a->author_count);
-        json_number("category_count", a->category_count);
-        json_number("contributor_count", a->contributor_count);
-        json_number("link_count", a->link_count);
-        json_string("generator", &a->generator);
-        json_string("generator_uri", &a->generator_uri);
-        json_string("generator_version", &a->generator_version);
-        json_string("icon", &a->icon);
-        json_string("logo", &a->logo);
-        json_string("atom_id", &a->atom_id);
-        json_string("rights", &a->rights);
-        json_string("subtitle", &a->subtitle);
-        json_string("title", &a->title);
-        json_date("updated", a->updated);
-    }
-    json_close("}");
+static void dump_feed_rss(const feed_rss_t *record) { READER_FEED_RSS_FIELDS(DUMP_FIELD) }
+static void dump_feed_atom(const feed_atom_t *record) { READER_FEED_ATOM_FIELDS(DUMP_FIELD) }
+static void dump_entry_rss(const entry_rss_t *record) { READER_ENTRY_RSS_FIELDS(DUMP_FIELD) }
+static void dump_entry_atom(const entry_atom_t *record) { READER_ENTRY_ATOM_FIELDS(DUMP_FIELD) }
+
+static void dump_feed(const feed_t *record) {
+    dump_type(record->type_and_flags);
+    READER_FEED_FIELDS(DUMP_FIELD)
+    if (feed_get_type(record) == reader_type_rss) dump_feed_rss(&record->rss);
+    else dump_feed_atom(&record->atom);
 }
 
-static void dump_entry(const entry_t *entry, u32 slot) {
-    json_separator();
-    json_open("{");
-    json_number("slot", slot);
-    dump_type(entry->type_and_flags);
-    json_number("type_and_flags", entry->type_and_flags);
-    json_number("id", entry->id);
-    json_number("feed_id", entry->feed_id);
-    json_number("generation", entry->generation);
-    if (entry_get_type(entry) == reader_type_rss) {
-        const entry_rss_t *r = &entry->rss;
-        json_string("title", &r->title);
-        json_string("link", &r->link);
-        json_string("description", &r->description);
-        json_string("author", &r->author);
-        json_string("comments", &r->comments);
-        json_string("enclosure_url", &r->enclosure_url);
-        json_number("enclosure_length", r->enclosure_length);
-        json_string("enclosure_type", &r->enclosure_type);
-        json_string("source", &r->source);
-        json_string("source_url", &r->source_url);
-        json_string("guid", &r->guid);
-        json_number("guid_is_perma_link", r->guid_is_perma_link);
-        json_number("category_count", r->category_count);
-        json_date("pub_date", r->pub_date);
-    } else {
-        const entry_atom_t *a = &entry->atom;
-        json_number("author_count", a->author_count);
-        json_number("category_count", a->category_count);
-        json_number("contributor_count", a->contributor_count);
-        json_number("link_count", a->link_count);
-        json_string("content", &a->content);
-        json_string("atom_id", &a->atom_id);
-        json_string("rights", &a->rights);
-        json_string("source", &a->source);
-        json_string("summary", &a->summary);
-        json_string("title", &a->title);
-        json_date("published", a->published);
-        json_date("updated", a->updated);
-    }
-    json_close("}");
+static void dump_entry(const entry_t *record) {
+    dump_type(record->type_and_flags);
+    READER_ENTRY_FIELDS(DUMP_FIELD)
+    if (entry_get_type(record) == reader_type_rss) dump_entry_rss(&record->rss);
+    else dump_entry_atom(&record->atom);
 }
 
-static void dump_pool_start(const char *name) {
+static void dump_category(const category_t *record) { READER_CATEGORY_FIELDS(DUMP_FIELD) }
+static void dump_person(const person_t *record) { READER_PERSON_FIELDS(DUMP_FIELD) }
+static void dump_atom_link(const atom_link_t *record) { READER_ATOM_LINK_FIELDS(DUMP_FIELD) }
+static void dump_link(const link_t *record) { READER_LINK_FIELDS(DUMP_FIELD) }
+
+static void dump_meta(const meta_t *record) {
+    READER_META_FIELDS(DUMP_FIELD)
+    json_number("link_configuration",
+                (u64)(record->link_configuration - tool_engine.reader.link_configurations));
+}
+
+// The valid records of a pool as an array of objects, each with its slot.
+template <typename record_t>
+static void dump_pool(const char *name, pool_t *pool, bool (*is_valid)(const record_t *),
+                      void (*dump)(const record_t *)) {
     json_key(name);
     json_open("[");
+    for (u32 i = 0; i < pool->max_entry_count; i++) {
+        const record_t *record = (const record_t *)pool_entry(pool, sizeof(record_t), i);
+        if (!is_valid(record)) continue;
+        json_separator();
+        json_open("{");
+        json_number("slot", i);
+        dump(record);
+        json_close("}");
+    }
+    json_close("]");
 }
 
 int tool_dump(const tool_args_t *args) {
@@ -136,106 +85,21 @@ int tool_dump(const tool_args_t *args) {
     json_number("generation", reader->generation);
     json_close("}");
 
-    dump_pool_start("feeds");
-    for (u32 i = 0; i < reader->feeds.max_entry_count; i++) {
-        feed_t *feed = (feed_t *)pool_entry(&reader->feeds, sizeof(feed_t), i);
-        if (feed_is_valid(feed)) dump_feed(feed, i);
-    }
-    json_close("]");
+    dump_pool("feeds", &reader->feeds, feed_is_valid, dump_feed);
+    dump_pool("entries", &reader->entries, entry_is_valid, dump_entry);
+    dump_pool("categories", &reader->categories, category_is_valid, dump_category);
+    dump_pool("persons", &reader->persons, person_is_valid, dump_person);
+    dump_pool("atom_links", &reader->atom_links, atom_link_is_valid, dump_atom_link);
+    dump_pool("links", &reader->links, link_is_valid, dump_link);
+    dump_pool("metas", &reader->metas, meta_is_valid, dump_meta);
 
-    dump_pool_start("entries");
-    for (u32 i = 0; i < reader->entries.max_entry_count; i++) {
-        entry_t *entry = (entry_t *)pool_entry(&reader->entries, sizeof(entry_t), i);
-        if (entry_is_valid(entry)) dump_entry(entry, i);
-    }
-    json_close("]");
-
-    dump_pool_start("categories");
-    for (u32 i = 0; i < reader->categories.max_entry_count; i++) {
-        category_t *c = (category_t *)pool_entry(&reader->categories, sizeof(category_t), i);
-        if (!category_is_valid(c)) continue;
+    json_key("link_configurations");
+    json_open("[");
+    for (const link_configuration_t &configuration : reader->link_configurations) {
+        const link_configuration_t *record = &configuration;
         json_separator();
         json_open("{");
-        json_number("slot", i);
-        json_number("id", c->id);
-        json_string("term", &c->term);
-        json_string("scheme", &c->scheme);
-        json_string("label", &c->label);
-        json_close("}");
-    }
-    json_close("]");
-
-    dump_pool_start("persons");
-    for (u32 i = 0; i < reader->persons.max_entry_count; i++) {
-        person_t *p = (person_t *)pool_entry(&reader->persons, sizeof(person_t), i);
-        if (!person_is_valid(p)) continue;
-        json_separator();
-        json_open("{");
-        json_number("slot", i);
-        json_number("id", p->id);
-        json_string("name", &p->name);
-        json_string("uri", &p->uri);
-        json_string("email", &p->email);
-        json_close("}");
-    }
-    json_close("]");
-
-    dump_pool_start("atom_links");
-    for (u32 i = 0; i < reader->atom_links.max_entry_count; i++) {
-        atom_link_t *l = (atom_link_t *)pool_entry(&reader->atom_links, sizeof(atom_link_t), i);
-        if (!atom_link_is_valid(l)) continue;
-        json_separator();
-        json_open("{");
-        json_number("slot", i);
-        json_number("owner_kind", l->owner_kind);
-        json_number("owner_id", l->owner_id);
-        json_string("href", &l->href);
-        json_string("type", &l->type);
-        json_string("hreflang", &l->hreflang);
-        json_string("title", &l->title);
-        json_number("rel", l->rel);
-        json_number("length", l->length);
-        json_close("}");
-    }
-    json_close("]");
-
-    dump_pool_start("links");
-    for (u32 i = 0; i < reader->links.max_entry_count; i++) {
-        link_t *l = (link_t *)pool_entry(&reader->links, sizeof(link_t), i);
-        if (!link_is_valid(l)) continue;
-        json_separator();
-        json_open("{");
-        json_number("slot", i);
-        json_number("kind", l->kind);
-        json_number("owner_id", l->owner_id);
-        json_number("target_id", l->target_id);
-        json_close("}");
-    }
-    json_close("]");
-
-    dump_pool_start("metas");
-    for (u32 i = 0; i < reader->metas.max_entry_count; i++) {
-        meta_t *m = (meta_t *)pool_entry(&reader->metas, sizeof(meta_t), i);
-        if (!meta_is_valid(m)) continue;
-        json_separator();
-        json_open("{");
-        json_number("slot", i);
-        json_number("feed_id", m->feed_id);
-        json_number("flags", m->flags);
-        json_number("link_configuration", (u64)(m->link_configuration - reader->link_configurations));
-        json_close("}");
-    }
-    json_close("]");
-
-    dump_pool_start("link_configurations");
-    for (u32 i = 0; i < reader_link_configuration_count; i++) {
-        link_configuration_t *c = &reader->link_configurations[i];
-        json_separator();
-        json_open("{");
-        json_string("name", &c->name);
-        json_string("executable", &c->executable);
-        json_string("queued_links", &c->queued_links);
-        json_number("queue_links", c->queue_links);
+        READER_LINK_CONFIGURATION_FIELDS(DUMP_FIELD)
         json_close("}");
     }
     json_close("]");
