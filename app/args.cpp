@@ -1,6 +1,5 @@
-// args.cpp - splitting and storing the command line.
+// args.cpp - storing the command line.
 #include "app/args.h"
-#include "base/command_line.h"
 #include "base/text.h"
 #include "os/os_core.h"
 
@@ -9,23 +8,7 @@ data_t args_table[args_max_count];
 data_t args_program_folder;
 data_t args_program_name;
 
-static u8 args_buffer[args_buffer_size];
 static char args_program_path[2048];
-
-char **args_parse(const u8 *command_line, u64 size, i32 *count) {
-    // The words first, then their pointers at the next 8-byte boundary of the
-    // same buffer, as many as the rest of it holds.
-    static_assert(args_buffer_size % 8 == 0, "The pointers start on an 8-byte boundary.");
-    u64 text_size = args_buffer_size;
-    if (size + 1 < text_size) text_size = align_up(size + 1, 8);
-    u32 capacity = (u32)((args_buffer_size - text_size) / sizeof(char *));
-    char **pointers = (char **)(args_buffer + text_size);
-    bool overflow = false;
-    u32 n = command_line_split(command_line, size, args_buffer, text_size, pointers, capacity, &overflow);
-    assert_message(size != 0 && !overflow, "Empty command line or tool long command line.");
-    *count = (i32)n;
-    return pointers;
-}
 
 void args_store(i32 count, char **arguments) {
     assert_message(count <= (i32)args_max_count, "Too many arguments.");

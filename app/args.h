@@ -12,10 +12,6 @@ extern data_t args_table[args_max_count];
 extern data_t args_program_folder; // up to and including the last separator
 extern data_t args_program_name;
 
-// Splits a raw command line (UTF-8 here) by command_line_split's rules into
-// the static buffer. Returns the argument pointer array, which lies in the
-// same buffer; `count` gets its length.
-char **args_parse(const u8 *command_line, u64 size, i32 *count);
 // Fills the store from an argument array (on Linux straight from argv).
 void args_store(i32 count, char **arguments);
 // Index of the first argument at or after `first_index` equal to the name,

@@ -60,13 +60,6 @@ u64 file_size(file_handle_t handle, u32 *error) {
     return size;
 }
 
-u64 file_size_from_path(const data_t *path, u32 *error) {
-    file_handle_t handle = file_open(path, false, false, error);
-    u64 size = file_size(handle, error);
-    if (handle != file_handle_invalid) file_close(handle, error);
-    return size;
-}
-
 u64 file_read(file_handle_t handle, u64 offset, u64 size, void *destination, u32 *error) {
     if (*error) return 0;
     if (handle == file_handle_invalid) {
@@ -322,55 +315,6 @@ void file_list_directory(file_list_t *list, const data_t *path, const data_t *ex
         walk.path[--walk.path_size] = 0;
     }
     file_walk(&walk);
-}
-
-static void file_list_swap(file_list_t *list, u64 *keys, u64 a, u64 b) {
-    u64 k = keys[a];
-    keys[a] = keys[b];
-    keys[b] = k;
-    u8 *p = list->paths[a];
-    list->paths[a] = list->paths[b];
-    list->paths[b] = p;
-    u64 s = list->sizes[a];
-    list->sizes[a] = list->sizes[b];
-    list->sizes[b] = s;
-    u16 o = list->name_offsets[a];
-    list->name_offsets[a] = list->name_offsets[b];
-    list->name_offsets[b] = o;
-    u8 d = list->is_directory[a];
-    list->is_directory[a] = list->is_directory[b];
-    list->is_directory[b] = d;
-    u64 t = list->write_times[a];
-    list->write_times[a] = list->write_times[b];
-    list->write_times[b] = t;
-}
-
-// Quicksort on the middle element; recursion goes into the smaller side only.
-static void file_list_quicksort(file_list_t *list, u64 *keys, i64 low, i64 high) {
-    while (low < high) {
-        u64 pivot = keys[low + (high - low) / 2];
-        i64 i = low, j = high;
-        while (i <= j) {
-            while (keys[i] < pivot) i++;
-            while (keys[j] > pivot) j--;
-            if (i <= j) {
-                if (i != j) file_list_swap(list, keys, (u64)i, (u64)j);
-                i++;
-                j--;
-            }
-        }
-        if (j - low < high - i) {
-            file_list_quicksort(list, keys, low, j);
-            low = i;
-        } else {
-            file_list_quicksort(list, keys, i, high);
-            high = j;
-        }
-    }
-}
-
-void file_list_sort(file_list_t *list, u64 *keys) {
-    if (list->count > 1) file_list_quicksort(list, keys, 0, (i64)list->count - 1);
 }
 
 // ---- paths -------------------------------------------------------------------------------

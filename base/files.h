@@ -45,7 +45,6 @@ struct file_list_t {
 file_handle_t file_open(const data_t *path, bool write, bool overwrite, u32 *error);
 void file_close(file_handle_t handle, u32 *error);
 u64 file_size(file_handle_t handle, u32 *error);
-u64 file_size_from_path(const data_t *path, u32 *error);
 u64 file_read(file_handle_t handle, u64 offset, u64 size, void *destination, u32 *error);
 u64 file_write(file_handle_t handle, u64 offset, u64 size, const void *source, u32 *error);
 // Flushes the file's bytes to the disk (used before a rename that publishes it).
@@ -62,7 +61,6 @@ bool directory_exists(const data_t *path, u32 *error);
 void file_list_create(file_list_t *list, data_t *arena, u32 capacity);
 void file_list_directory(file_list_t *list, const data_t *path, const data_t *extensions,
                          const data_t *excluded_names, u32 flags);
-void file_list_sort(file_list_t *list, u64 *keys);
 
 data_t path_extension(const data_t *path);
 data_t path_without_extension(const data_t *path);

@@ -89,13 +89,6 @@ void log_save(u32 channel, const data_t *path, u32 *error) {
     file_write_all(path, c->data.bytes, size, true, error);
 }
 
-data_t log_reserve(data_t *destination, u32 channel, u64 size) {
-    log_prepare(channel, size);
-    *destination = data_block_reserve(&log_channel(channel)->data, size, 1);
-    log_finish(channel);
-    return *destination;
-}
-
 bool log_copy_new_text_to_user(u32 channel, const u8 *old_end) {
     log_channel_t *c = log_channel(channel);
     if (!old_end) old_end = c->data.bytes; // the channel had no buffer yet

@@ -36,7 +36,6 @@ void log_outdent(u32 channel);
 void log_write_indent(u32 channel);
 void log_system_error(u32 channel, u32 code);
 void log_save(u32 channel, const data_t *path, u32 *error);
-data_t log_reserve(data_t *destination, u32 channel, u64 size);
 // The text written to `channel` since its end stood at `old_end` (a pointer
 // from data_end of the channel's data), copied to the user channel after a
 // blank line when that channel is not empty. Returns whether anything was new.

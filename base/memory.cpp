@@ -37,8 +37,6 @@ u64 data_alignment_padding(u64 value, u64 alignment) { return (0 - value) & (ali
 
 // ---- making a data_t --------------------------------------------------------------
 
-data_t data_create(u64 reserved, u64 used, u8 *bytes) { return data_t{reserved, used, bytes}; }
-
 data_t data_from_range(const u8 *first, const u8 *end) {
     u64 size = (u64)(end - first);
     return data_t{size, size, (u8 *)first};
@@ -92,8 +90,6 @@ void data_address_space_decommit(data_t *data, u64 size) {
     os_memory_decommit(data->bytes + data->used - size, size);
     data->used -= size;
 }
-
-void data_clear(data_t *data) { *data = data_t{}; }
 
 void memory_advise_dense(void *address, u64 size) { os_memory_advise_dense(address, size); }
 
@@ -165,18 +161,6 @@ u8 *data_push_u8(data_t *parent, u8 value) {
     return p;
 }
 
-u16 *data_push_u16(data_t *parent, u16 value) {
-    u16 *p = (u16 *)data_push(parent, 2, 2);
-    if (p) *p = value;
-    return p;
-}
-
-u32 *data_push_u32(data_t *parent, u32 value) {
-    u32 *p = (u32 *)data_push(parent, 4, 4);
-    if (p) *p = value;
-    return p;
-}
-
 void *data_push_copy(data_t *parent, const void *source, u64 size, u64 alignment) {
     void *p = data_push(parent, size, alignment);
     if (p) memory_copy(p, source, size);
@@ -195,13 +179,6 @@ u64 data_trim(data_t *block) {
     u64 given_up = block->reserved - block->used;
     block->reserved = block->used;
     return given_up;
-}
-
-void data_skip_front(data_t *block, u64 size) {
-    if (block->reserved < size) return;
-    block->bytes += size;
-    block->used -= size;
-    block->reserved -= size;
 }
 
 u8 *data_end(const data_t *block) { return block->bytes + block->used; }
@@ -331,43 +308,6 @@ void pool_compact(pool_t *pool, u64 entry_size, pool_compact_is_live_t *is_live,
     for (u32 k = 0; k < pool->max_entry_count; k++) pool->free_indices[k] = pool->max_entry_count - 1 - k;
 }
 
-void pool_sort(pool_t *pool, u64 entry_size, bool descending, void *context, pool_compact_is_live_t *is_live,
-               pool_filter_t *filter, pool_compare_t *compare, pool_swap_t *swap) {
-    u64 outer_seen = 0;
-    for (u64 i = 0; i < pool->max_entry_count && outer_seen + 1 < pool->entry_count; i++) {
-        u8 *a = pool->entries + i * entry_size;
-        if (!is_live(a, entry_size, i)) continue;
-        outer_seen++;
-        if (filter && !filter(a, context)) continue;
-        for (u64 j = i + 1; j < pool->max_entry_count; j++) {
-            u8 *b = pool->entries + j * entry_size;
-            if (!is_live(b, entry_size, j)) continue;
-            if (filter && !filter(b, context)) continue;
-            bool exchange = descending ? compare(b, a) : compare(a, b);
-            if (exchange) swap(a, b);
-        }
-    }
-}
-
-void pool_print(pool_t *pool, u64 entry_size) {
-    log_string(log_main, "max_entry_count: ");
-    log_number(log_main, pool->max_entry_count);
-    log_string(log_main, "\nentry_count: ");
-    log_number(log_main, pool->entry_count);
-    log_string(log_main, "\n");
-    if (pool->entry_count < pool->max_entry_count) {
-        u32 slot = pool->max_entry_count - pool->entry_count - 1;
-        u32 index = pool->free_indices[slot];
-        log_string(log_main, "first free: [ ");
-        log_number(log_main, slot);
-        log_string(log_main, " ] ");
-        log_number(log_main, index);
-        log_string(log_main, " first byte: ");
-        log_number(log_main, pool->entries[(u64)index * entry_size]);
-        log_string(log_main, "\n");
-    }
-}
-
 // ---- byte equality ---------------------------------------------------------------------
 
 bool memory_equal(const void *a, u64 a_size, const void *b, u64 b_size) {
@@ -480,13 +420,6 @@ void utf8_encode(u8 *first, const u8 *end, u32 code_point, u8 *size, u32 *error)
     *size = n;
 }
 
-u64 utf8_count(const u8 *first, const u8 *end) {
-    u64 count = 0;
-    u32 code_points[1024];
-    while (first < end) count += utf8_decode_buffer(first, end, code_points, array_count(code_points), &first);
-    return count;
-}
-
 u64 utf8_last_char_size(const u8 *first, const u8 *end) {
     if (first >= end) return 0;
     const u8 *p = end - 1;
@@ -568,24 +501,6 @@ void utf16_encode(u8 *first, const u8 *end, u32 code_point, u8 *units, bool big_
     *units = n;
 }
 
-u64 utf16_count(const u8 *first, const u8 *end) {
-    u64 count = 0;
-    while (first < end) {
-        u32 error = 0, code_point;
-        u8 units;
-        utf16_decode(first, end, &code_point, &units, false, &error);
-        first += error ? 2 : (u64)units * 2;
-        count++;
-    }
-    return count;
-}
-
-u64 utf16_length(const u16 *text) {
-    u64 n = 0;
-    while (text[n]) n++;
-    return n;
-}
-
 u64 utf16_to_utf8(const u16 *source, u64 unit_count, u8 *destination, u64 destination_size, u32 *error) {
     if (*error) return 0;
     const u8 *p = (const u8 *)source;
@@ -632,30 +547,4 @@ u64 utf8_to_utf16(const u8 *source, u64 size, u16 *destination, u64 destination_
         p += length;
     }
     return (u64)(out - (u8 *)destination) / 2;
-}
-
-u64 data_push_utf16_from_utf8(const data_t *source, data_t *destination, u32 *error) {
-    if (*error) return 0;
-    u8 *start = data_end(destination);
-    // Keep units at an even address.
-    u64 padding = data_alignment_padding((u64)start, 2);
-    if (destination->used + padding > destination->reserved) {
-        *error = coding_error_no_room;
-        return 0;
-    }
-    destination->used += padding;
-    start += padding;
-    u64 units = utf8_to_utf16(source->bytes, source->used, (u16 *)start, destination->reserved - destination->used,
-                              error);
-    destination->used += units * 2;
-    return units;
-}
-
-u64 data_push_utf8_from_utf16(const data_t *source, data_t *destination, u32 *error) {
-    if (*error) return 0;
-    assert_true((source->used & 1) == 0);
-    u64 bytes = utf16_to_utf8((const u16 *)source->bytes, source->used / 2, data_end(destination),
-                              destination->reserved - destination->used, error);
-    destination->used += bytes;
-    return bytes;
 }

@@ -29,7 +29,6 @@ u64 align_up(u64 value, u64 alignment);
 u64 data_alignment_padding(u64 value, u64 alignment);
 
 // ---- making a data_t -------------------------------------------------------
-data_t data_create(u64 reserved, u64 used, u8 *bytes);
 data_t data_from_range(const u8 *first, const u8 *end);
 data_t data_from_pointer(const void *pointer, u64 size);
 data_t data_virtual_alloc(u64 size, u64 preferred_address);
@@ -37,7 +36,6 @@ void data_virtual_free(data_t *data);
 data_t data_address_space_reserve(u64 size, u64 preferred_address);
 u8 *data_address_space_commit(data_t *data, u64 size);
 void data_address_space_decommit(data_t *data, u64 size);
-void data_clear(data_t *data);
 // A commit of at least this size is taken to be filled soon and is backed
 // with large pages where the system can.
 constexpr u64 memory_dense_commit = 0x800000;
@@ -54,14 +52,11 @@ data_t data_block_view_rest(data_t *parent);
 data_t data_view_rest(data_t *parent);
 void *data_push(data_t *parent, u64 size, u64 alignment);
 u8 *data_push_u8(data_t *parent, u8 value);
-u16 *data_push_u16(data_t *parent, u16 value);
-u32 *data_push_u32(data_t *parent, u32 value);
 void *data_push_copy(data_t *parent, const void *source, u64 size, u64 alignment);
 void *data_push_data(data_t *parent, const data_t *source, u64 alignment);
 void data_pop(data_t *parent, u64 size);
 void data_reset(data_t *parent);
 u64 data_trim(data_t *block);
-void data_skip_front(data_t *block, u64 size);
 u8 *data_end(const data_t *block);
 
 // ---- pool -------------------------------------------------------------------
@@ -88,9 +83,6 @@ struct pool_iterator_t {
 
 typedef bool pool_compact_is_live_t(void *entry, u64 entry_size, u64 index);
 typedef void pool_moved_t(void *old_entry, void *new_entry);
-typedef bool pool_filter_t(void *entry, void *context);
-typedef bool pool_compare_t(void *a, void *b);
-typedef void pool_swap_t(void *a, void *b);
 
 u64 pool_size(u64 entry_size, u64 alignment, u32 capacity);
 void pool_create_in(pool_t *pool, data_t *parent, u64 entry_size, u64 alignment, u32 capacity);
@@ -111,9 +103,6 @@ void pool_iterator_create(pool_iterator_t *iterator, pool_t *pool, u64 entry_siz
 void *pool_iterator_next(pool_iterator_t *iterator);
 // `moved` gets the old place and the new place of each moved entry.
 void pool_compact(pool_t *pool, u64 entry_size, pool_compact_is_live_t *is_live, pool_moved_t *moved);
-void pool_sort(pool_t *pool, u64 entry_size, bool descending, void *context, pool_compact_is_live_t *is_live,
-               pool_filter_t *filter, pool_compare_t *compare, pool_swap_t *swap);
-void pool_print(pool_t *pool, u64 entry_size);
 
 // ---- byte equality ----------------------------------------------------------
 bool memory_equal(const void *a, u64 a_size, const void *b, u64 b_size);
@@ -136,7 +125,6 @@ constexpr u32 code_point_replacement = 0xFFFD;
 bool unicode_is_scalar(u32 code_point);
 void utf8_decode(const u8 *first, const u8 *end, u32 *code_point, u8 *size, u32 *error);
 void utf8_encode(u8 *first, const u8 *end, u32 code_point, u8 *size, u32 *error);
-u64 utf8_count(const u8 *first, const u8 *end);
 // Decodes a whole range as utf8_decode does, stepping one byte after an
 // error: each sequence gives its code point and each byte that starts no
 // valid one gives 0xFFFFFFFF. Writes at most `capacity` code points to `out`
@@ -153,9 +141,5 @@ u64 utf8_decode_buffer_scalar(const u8 *first, const u8 *end, u32 *out, u64 capa
 u64 utf8_last_char_size(const u8 *first, const u8 *end);
 void utf16_decode(const u8 *first, const u8 *end, u32 *code_point, u8 *units, bool big_endian, u32 *error);
 void utf16_encode(u8 *first, const u8 *end, u32 code_point, u8 *units, bool big_endian, u32 *error);
-u64 utf16_count(const u8 *first, const u8 *end);
-u64 utf16_length(const u16 *text);
 u64 utf16_to_utf8(const u16 *source, u64 unit_count, u8 *destination, u64 destination_size, u32 *error);
 u64 utf8_to_utf16(const u8 *source, u64 size, u16 *destination, u64 destination_size, u32 *error);
-u64 data_push_utf16_from_utf8(const data_t *source, data_t *destination, u32 *error);
-u64 data_push_utf8_from_utf16(const data_t *source, data_t *destination, u32 *error);

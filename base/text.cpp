@@ -22,17 +22,6 @@ bool memory_starts_with(const u8 *first, const u8 *end, const void *prefix, u64 
     return memory_equal(first, prefix_size, prefix, prefix_size);
 }
 
-bool data_starts_with(const data_t *text, const data_t *prefix) {
-    return memory_starts_with(text->bytes, text->bytes + text->used, prefix->bytes, prefix->used);
-}
-
-bool data_starts_with_ignore_case(const data_t *text, const data_t *prefix) {
-    if (text->used < prefix->used) return false;
-    for (u64 i = 0; i < prefix->used; i++)
-        if (text_fold(text->bytes[i]) != text_fold(prefix->bytes[i])) return false;
-    return true;
-}
-
 const u8 *memory_find_byte(const u8 *first, const u8 *end, u8 value) {
     const u8 *p = first;
     const u64 ones = 0x0101010101010101ull, tops = 0x8080808080808080ull, pattern = ones * value;
@@ -75,31 +64,9 @@ const u8 *memory_find_last(const u8 *first, const u8 *end, const void *needle, u
     return end;
 }
 
-const u8 *text_find_space(const u8 *first, const u8 *end) {
-    for (const u8 *p = first; p < end; p++)
-        if (char_is_space(*p)) return p;
-    return nullptr;
-}
-
 const u8 *text_find_non_space(const u8 *first, const u8 *end) {
     for (const u8 *p = first; p < end; p++)
         if (!char_is_space(*p)) return p;
-    return nullptr;
-}
-
-const u8 *text_find_space_backward(const u8 *first, const u8 *end) {
-    for (const u8 *p = end; p > first;) {
-        p--;
-        if (char_is_space(*p)) return p;
-    }
-    return nullptr;
-}
-
-const u8 *text_find_non_space_backward(const u8 *first, const u8 *end) {
-    for (const u8 *p = end; p > first;) {
-        p--;
-        if (!char_is_space(*p)) return p;
-    }
     return nullptr;
 }
 
@@ -134,10 +101,6 @@ void data_replace_chars(data_t *text, const char *from, const char *to) {
             if (text->bytes[k] == (u8)from[i]) text->bytes[k] = (u8)to[i];
 }
 
-void data_to_ascii_lowercase(data_t *text) {
-    for (u64 i = 0; i < text->used; i++) text->bytes[i] = text_fold(text->bytes[i]);
-}
-
 u32 string_length(const char *text) {
     if (!text) return 0;
     u32 n = 0;
@@ -153,14 +116,6 @@ u8 *data_push_c_string(data_t *parent, const char *source) {
     return data_push_raw(parent, source, string_length(source));
 }
 
-void data_append_into(data_t *arena, data_t *view, const data_t *source) {
-    u8 *copy = data_push_raw(arena, source->bytes, source->used);
-    if (!copy) return;
-    if (view->used == 0) view->bytes = copy;
-    view->reserved += source->used;
-    view->used += source->used;
-}
-
 // ---- character classes -------------------------------------------------------------
 
 bool char_is_ascii_upper(u32 c) { return c >= 'A' && c <= 'Z'; }
@@ -170,9 +125,7 @@ bool char_is_ascii_digit(u32 c) { return c >= '0' && c <= '9'; }
 bool char_is_ascii_hex(u32 c) {
     return char_is_ascii_digit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
 }
-bool char_is_ascii_alnum(u32 c) { return char_is_ascii_digit(c) || char_is_ascii_alpha(c); }
 bool char_is_space(u32 c) { return c == 0x20 || c == 0x09 || c == 0x0B || c == 0x0C || c == 0x0A || c == 0x0D; }
-bool char_is_control(u32 c) { return c < 0x20 || (c >= 0x80 && c <= 0x9F); }
 
 bool char_is_any_u8(u32 c, const u8 *table, u64 size) {
     for (u64 i = 0; i < size; i++)
@@ -194,7 +147,6 @@ bool char_is_any_u32(u32 c, const u32 *table, u64 count) {
 }
 
 u32 char_to_ascii_lower(u32 c) { return char_is_ascii_upper(c) ? c + 32 : c; }
-u32 char_digit_value(u32 c) { return c - '0'; }
 u32 char_hex_value(u32 c) {
     if (c >= 'a' && c <= 'f') return c - 'a' + 10;
     if (c >= 'A' && c <= 'F') return c - 'A' + 10;
@@ -202,21 +154,6 @@ u32 char_hex_value(u32 c) {
 }
 
 // ---- flags --------------------------------------------------------------------------------
-
-bool flags_has(u32 value, u32 mask) { return (value & mask) == mask; }
-void flags_set(u32 *value, u32 mask) { *value |= mask; }
-void flags_clear(u32 *value, u32 mask) { *value &= ~mask; }
-void flags_assign(u32 *value, bool on, u32 mask) {
-    if (on) *value |= mask;
-    else *value &= ~mask;
-}
-bool flags_within(u32 value, u32 allowed) { return (value & ~allowed) == 0; }
-bool flags_match(u32 value, u32 required, u32 optional) {
-    if (required && (value & required) != required) return false;
-    u32 all = required | optional;
-    if (all == 0) return value == 0;
-    return (value & ~all) == 0;
-}
 
 // ---- text to number ---------------------------------------------------------------------
 

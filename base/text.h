@@ -25,24 +25,17 @@ enum : u32 {
 // ---- search and comparison ------------------------------------------------------
 bool data_equal_ignore_case(const data_t *a, const data_t *b);
 bool memory_starts_with(const u8 *first, const u8 *end, const void *prefix, u64 prefix_size);
-bool data_starts_with(const data_t *text, const data_t *prefix);
-bool data_starts_with_ignore_case(const data_t *text, const data_t *prefix);
 const u8 *memory_find(const u8 *first, const u8 *end, const void *needle, u64 needle_size);
 // The first byte of that value in [first, end), or `end`; eight bytes a step.
 const u8 *memory_find_byte(const u8 *first, const u8 *end, u8 value);
 const u8 *memory_find_last(const u8 *first, const u8 *end, const void *needle, u64 needle_size);
-const u8 *text_find_space(const u8 *first, const u8 *end);
 const u8 *text_find_non_space(const u8 *first, const u8 *end);
-const u8 *text_find_space_backward(const u8 *first, const u8 *end);
-const u8 *text_find_non_space_backward(const u8 *first, const u8 *end);
 data_t data_trim_end(data_t *out, data_t *text, const data_t *set);
 u32 data_split_commas(const data_t *text, data_t *items, u32 capacity);
 void data_replace_chars(data_t *text, const char *from, const char *to);
-void data_to_ascii_lowercase(data_t *text);
 u32 string_length(const char *text);
 u8 *data_push_raw(data_t *parent, const void *source, u64 size);
 u8 *data_push_c_string(data_t *parent, const char *source);
-void data_append_into(data_t *arena, data_t *view, const data_t *source);
 
 // ---- character classes -------------------------------------------------------------
 bool char_is_ascii_upper(u32 c);
@@ -50,22 +43,11 @@ bool char_is_ascii_lower(u32 c);
 bool char_is_ascii_alpha(u32 c);
 bool char_is_ascii_digit(u32 c);
 bool char_is_ascii_hex(u32 c);
-bool char_is_ascii_alnum(u32 c);
 bool char_is_space(u32 c);
-bool char_is_control(u32 c);
 bool char_is_any_u8(u32 c, const u8 *table, u64 size);
 bool char_is_any_u32(u32 c, const u32 *table, u64 count);
 u32 char_to_ascii_lower(u32 c);
-u32 char_digit_value(u32 c);
 u32 char_hex_value(u32 c);
-
-// ---- flags ----------------------------------------------------------------------------
-bool flags_has(u32 value, u32 mask);
-void flags_set(u32 *value, u32 mask);
-void flags_clear(u32 *value, u32 mask);
-void flags_assign(u32 *value, bool on, u32 mask);
-bool flags_within(u32 value, u32 allowed);
-bool flags_match(u32 value, u32 required, u32 optional);
 
 // ---- text to number --------------------------------------------------------------------
 i64 text_to_i64(const u8 *pointer, u64 size);

@@ -128,8 +128,6 @@ u64 hp_tokenizer_size(const data_t *input);
 // Tokenizes the whole input. The three blocks are carved from `arena`; the
 // unused tail of the text block goes back to it at the end.
 html_tokens_t hp_tokenizer(data_t *arena, const data_t *input, u32 flags, u32 *error);
-// A debugging dump of the tokens to log channel 0.
-void hp_print_tokens(const html_tokens_t *tokens);
 
 // ---- the pieces (the encoding prescan and the tests use them) ---------------------------
 hp_cursor_t hp_cursor_create(const u8 *bytes, u64 size, u32 flags);

@@ -453,13 +453,9 @@ html_node_t *html_node_child(const html_node_t *node, u32 index) {
     return node->children[index];
 }
 
-bool html_node_is_text(const html_node_t *node) { return node && node->kind == html_node_kind_text; }
-
 bool html_node_is_element(const html_node_t *node, u32 element) {
     return node && node->kind == html_node_kind_element && (element == 0 || node->element == element);
 }
-
-data_t *html_node_text(html_node_t *node) { return node && node->kind == html_node_kind_text ? &node->text : nullptr; }
 
 html_node_attribute_t *html_node_get_attribute(const html_node_t *node, u32 attribute) {
     if (!node || node->kind != html_node_kind_element) return nullptr;
@@ -514,58 +510,4 @@ void html_tree_traversal_step(html_tree_traversal_t *traversal) {
     traversal->stack[traversal->depth++] = traversal->index;
     traversal->current = child;
     traversal->index = 0;
-}
-
-// ---- debugging dump ----------------------------------------------------------------------
-
-static u32 html_tree_index_in_parent(const html_node_t *node) {
-    const html_node_t *parent = node->parent;
-    for (u32 i = 0; i < parent->child_count; i++)
-        if (parent->children[i] == node) return i;
-    return parent->child_count;
-}
-
-// Walks by parent pointers, so that it needs no memory of its own.
-void html_tree_print(const html_tree_t *tree) {
-    if (!tree->nodes) return;
-    const html_node_t *current = tree->nodes;
-    u32 index = 0;
-    for (;;) {
-        if (index < current->child_count) {
-            const html_node_t *child = current->children[index];
-            log_write_indent(log_main);
-            if (child->kind == html_node_kind_text) {
-                log_string(log_main, "text_node: ");
-                log_data(log_main, &child->text);
-                log_string(log_main, "\n");
-                index++;
-                continue;
-            }
-            data_t name = html_element_name(child->element);
-            log_data(log_main, &name);
-            for (u32 a = 0; a < child->attribute_count; a++) {
-                data_t attribute = html_attribute_name(child->attributes[a].attribute);
-                log_string(log_main, " ");
-                log_data(log_main, &attribute);
-                if (child->attributes[a].value.used) {
-                    log_string(log_main, "=\"");
-                    log_data(log_main, &child->attributes[a].value);
-                    log_string(log_main, "\"");
-                }
-            }
-            log_string(log_main, "\n");
-            if (child->child_count) {
-                log_indent(log_main);
-                current = child;
-                index = 0;
-            } else {
-                index++;
-            }
-            continue;
-        }
-        if (!current->parent) break;
-        log_outdent(log_main);
-        index = html_tree_index_in_parent(current) + 1;
-        current = current->parent;
-    }
 }

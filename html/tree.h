@@ -405,14 +405,10 @@ u64 hp_tree_size(const html_tokens_t *tokens);
 // the vocabulary or the nesting and always returns a walkable tree; strict
 // mode stops at the first error and still finishes what it has.
 html_tree_t hp_tree_construction(data_t *arena, const html_tokens_t *tokens, u32 tolerant, u32 *error);
-// A debugging dump of the tree to log channel 0.
-void html_tree_print(const html_tree_t *tree);
 
 html_node_t *html_node_child(const html_node_t *node, u32 index);
-bool html_node_is_text(const html_node_t *node);
 // True for an element of that identifier, or for any element with 0.
 bool html_node_is_element(const html_node_t *node, u32 element);
-data_t *html_node_text(html_node_t *node);
 html_node_attribute_t *html_node_get_attribute(const html_node_t *node, u32 attribute);
 
 // Walk: while (has_next) { node; entering; step }. The root itself is not

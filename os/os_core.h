@@ -60,7 +60,6 @@ constexpr char os_path_separator = '/';
 u64 os_counter();           // monotonic, in ticks of os_counter_frequency
 u64 os_counter_frequency(); // ticks per second
 u64 os_time_stamp();        // the processor's cycle counter (rdtscp on x86-64)
-void os_sleep_ms(u32 milliseconds);
 // Current UTC time as year, month, day, hour, minute, second.
 void os_utc_now(u32 fields[6]);
 // Local date and time text for a UTC time in the user's locale. flags: 1 no

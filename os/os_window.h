@@ -63,10 +63,11 @@ enum : u32 {
 // flag, double buffering, 8-bit colour channels, 24-bit depth and 8-bit
 // stencil current on this thread, with swap interval 1. `x`, `y` are the
 // client area's bottom left on the screen, y up from the screen's bottom;
-// 0x7FFFFFFF centres on that axis. The headless window succeeds without a
+// os_window_centred centres on that axis. The headless window succeeds without a
 // context (has_gl 0). On failure returns false and writes a zero-terminated
 // reason into `reason`; a failure after the window exists leaves the window
 // open without a context.
+constexpr i32 os_window_centred = 0x7FFFFFFF;
 bool os_window_create(const u8 *title, u64 title_size, i32 width, i32 height, i32 x, i32 y, u32 flags,
                       os_window_info_t *info, char *reason, u64 reason_size);
 // The client area as it stands now (0 by 0 while minimised) and its position.

@@ -360,7 +360,7 @@ struct reader_id_map_t {
 };
 
 static u32 reader_map_id(const reader_id_map_t *map, u32 id) {
-    u64 at = reader_sorted_lower_bound(map->pairs, map->count, (u64)id << 32);
+    u64 at = sort_lower_bound_u64(map->pairs, map->count, (u64)id << 32);
     if (at < map->count && (u32)(map->pairs[at] >> 32) == id) return (u32)map->pairs[at];
     return id;
 }
@@ -377,7 +377,7 @@ static reader_id_map_t reader_renumber_pool(pool_t *pool, u64 record_size, u64 i
         map.pairs[map.count++] = (u64)*id << 32 | (i + 1);
         *id = i + 1;
     }
-    reader_sort_u64(map.pairs, map.count);
+    sort_u64(map.pairs, map.count);
     return map;
 }
 
@@ -529,7 +529,7 @@ static bool reader_pool_counts_agree(reader_t *reader, const reader_pool_count_t
 
 // Number of keys equal to `key` in a sorted array.
 static u32 reader_sorted_count(const u64 *keys, u64 count, u64 key) {
-    u64 first = reader_sorted_lower_bound(keys, count, key);
+    u64 first = sort_lower_bound_u64(keys, count, key);
     u64 last = first;
     while (last < count && keys[last] == key) last++;
     return (u32)(last - first);
@@ -546,13 +546,13 @@ u32 reader_audit_relations(reader_t *reader) {
     READER_FOR_EACH(category_t, category, reader->categories, reader_pool_live_category) {
         categories[category_count++] = category->id;
     }
-    reader_sort_u64(categories, category_count);
+    sort_u64(categories, category_count);
     u64 *persons = categories + category_count;
     u64 person_count = 0;
     READER_FOR_EACH(person_t, person, reader->persons, reader_pool_live_person) {
         persons[person_count++] = person->id;
     }
-    reader_sort_u64(persons, person_count);
+    sort_u64(persons, person_count);
 
     u64 *links = reader_scratch.keys_a;
     u64 link_count = 0;
@@ -560,11 +560,11 @@ u32 reader_audit_relations(reader_t *reader) {
     READER_FOR_EACH(link_t, link, reader->links, reader_pool_live_link) {
         links_seen++;
         bool category_target = link->kind <= link_kind_atom_entry_category;
-        bool exists = category_target ? reader_sorted_contains(categories, category_count, link->target_id)
-                                      : reader_sorted_contains(persons, person_count, link->target_id);
+        bool exists = category_target ? sort_contains_u64(categories, category_count, link->target_id)
+                                      : sort_contains_u64(persons, person_count, link->target_id);
         if (exists) links[link_count++] = reader_owner_key(link->kind, link->owner_id);
     }
-    reader_sort_u64(links, link_count);
+    sort_u64(links, link_count);
     u64 *atom_links = reader_scratch.keys_b;
     u64 atom_link_count = 0;
     u32 atom_links_seen = 0;
@@ -572,7 +572,7 @@ u32 reader_audit_relations(reader_t *reader) {
         atom_links_seen++;
         atom_links[atom_link_count++] = reader_owner_key(link->owner_kind, link->owner_id);
     }
-    reader_sort_u64(atom_links, atom_link_count);
+    sort_u64(atom_links, atom_link_count);
     if (links_seen != reader->links.entry_count || atom_links_seen != reader->atom_links.entry_count) return 1;
 
     auto links_of = [&](u32 kind, u32 owner) { return reader_sorted_count(links, link_count, reader_owner_key(kind, owner)); };

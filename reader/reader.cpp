@@ -148,17 +148,6 @@ void reader_text_rollback(reader_t *reader, reader_text_mark_t mark) {
     reader->last_person_id = mark.last_person_id;
 }
 
-bool reader_link_exists(pool_t *links, u32 first_kind, u32 last_kind, u32 target_id) {
-    u32 seen = 0;
-    for (u32 i = 0; i < links->max_entry_count && seen < links->entry_count; i++) {
-        link_t *link = (link_t *)pool_entry(links, sizeof(link_t), i);
-        if (!link_is_valid(link)) continue;
-        seen++;
-        if (link->kind >= first_kind && link->kind <= last_kind && link->target_id == target_id) return true;
-    }
-    return false;
-}
-
 // Frees every record of `pool` (categories or persons; id in the first word)
 // that no link of the kinds names. The link targets are sorted once, so the
 // cost is n log n rather than a walk of the links for each record.
@@ -173,14 +162,14 @@ static void reader_collect(reader_t *reader, pool_t *pool, u64 record_size, u32 
         seen++;
         if (link->kind >= first_kind && link->kind <= last_kind) targets[target_count++] = link->target_id;
     }
-    reader_sort_u64(targets, target_count);
+    sort_u64(targets, target_count);
     u32 count = pool->entry_count;
     seen = 0;
     for (u32 i = 0; i < pool->max_entry_count && seen < count; i++) {
         u32 *record = (u32 *)pool_entry(pool, record_size, i);
         if (*record == 0) continue;
         seen++;
-        if (!reader_sorted_contains(targets, target_count, *record)) {
+        if (!sort_contains_u64(targets, target_count, *record)) {
             *record = 0;
             pool_release_index(pool, i);
         }
@@ -440,45 +429,6 @@ data_t entry_get_title(const entry_t *entry) {
     }
 }
 
-// ---- sorting helpers ---------------------------------------------------------------------------
+// ---- scratch ---------------------------------------------------------------------------------
 
 reader_scratch_t reader_scratch;
-
-void reader_sort_u64(u64 *values, u64 count) {
-    // Heap sort: in place, no recursion, n log n on every input.
-    if (count < 2) return;
-    auto sift = [values](u64 root, u64 end) {
-        for (;;) {
-            u64 child = root * 2 + 1;
-            if (child >= end) return;
-            if (child + 1 < end && values[child + 1] > values[child]) child++;
-            if (values[root] >= values[child]) return;
-            u64 swap = values[root];
-            values[root] = values[child];
-            values[child] = swap;
-            root = child;
-        }
-    };
-    for (u64 start = count / 2; start-- > 0;) sift(start, count);
-    for (u64 end = count - 1; end > 0; end--) {
-        u64 swap = values[0];
-        values[0] = values[end];
-        values[end] = swap;
-        sift(0, end);
-    }
-}
-
-u64 reader_sorted_lower_bound(const u64 *values, u64 count, u64 key) {
-    u64 low = 0, high = count;
-    while (low < high) {
-        u64 middle = low + (high - low) / 2;
-        if (values[middle] < key) low = middle + 1;
-        else high = middle;
-    }
-    return low;
-}
-
-bool reader_sorted_contains(const u64 *values, u64 count, u64 key) {
-    u64 at = reader_sorted_lower_bound(values, count, key);
-    return at < count && values[at] == key;
-}

@@ -321,7 +321,6 @@ reader_text_mark_t reader_text_mark(reader_t *reader);
 void reader_text_rollback(reader_t *reader, reader_text_mark_t mark);
 void reader_collect_categories(reader_t *reader);
 void reader_collect_persons(reader_t *reader);
-bool reader_link_exists(pool_t *links, u32 first_kind, u32 last_kind, u32 target_id);
 
 // ---- predicates (null gives false or 0) --------------------------------------------------
 u32 feed_get_type(const feed_t *feed);

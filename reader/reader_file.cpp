@@ -227,7 +227,7 @@ void reader_prune(const data_t *user_folder, data_t *frame_memory) {
             }
         }
         if (valid > reader_files_kept) {
-            reader_sort_u64(keys, valid);
+            sort_u64(keys, valid);
             for (u32 k = 0; k < valid - reader_files_kept; k++) {
                 u32 i = (u32)(keys[k] & 0xFFFF);
                 data_t path = {names.lengths[i], names.lengths[i], names.list.paths[i]};
@@ -370,7 +370,7 @@ static bool reader_records_agree(reader_t *reader) {
             if (id == 0 || id > last_id) return false;
             ids[i] = id;
         }
-        reader_sort_u64(ids, pool->entry_count);
+        sort_u64(ids, pool->entry_count);
         for (u32 i = 1; i < pool->entry_count; i++)
             if (ids[i] == ids[i - 1]) return false;
         return true;

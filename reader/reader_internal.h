@@ -1,7 +1,8 @@
 // reader_internal.h - what the reader's own files share: pool predicates,
-// the record walk, the string fields of each layout, and sorting helpers.
+// the record walk, the string walks, and the scratch of sorting.
 #pragma once
 
+#include "base/sort.h"
 #include "reader/reader.h"
 
 // Pool predicates in the form the pool functions take.
@@ -47,9 +48,6 @@ struct reader_scratch_t {
 };
 extern reader_scratch_t reader_scratch;
 
-void reader_sort_u64(u64 *values, u64 count);
-u64 reader_sorted_lower_bound(const u64 *values, u64 count, u64 key);
-bool reader_sorted_contains(const u64 *values, u64 count, u64 key);
 
 // The relation checks of the audit; 0 when all agree.
 u32 reader_audit_relations(reader_t *reader);

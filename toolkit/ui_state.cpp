@@ -79,31 +79,8 @@ bool ui_id_is_sibling(ui_id_t a, ui_id_t b) {
 // ---- rectangles -----------------------------------------------------------------------------------
 vec4 rect_xywh(f32 x, f32 y, f32 width, f32 height) { return vec4{x, y, x + width, y + height}; }
 
-vec4 rect_from_ints(i32 left, i32 bottom, i32 right, i32 top) {
-    return vec4{(f32)left, (f32)bottom, (f32)right, (f32)top};
-}
-
-vec4 rect_from_points(vec2 a, vec2 b) {
-    return vec4{fminf(a.x, b.x), fminf(a.y, b.y), fmaxf(a.x, b.x), fmaxf(a.y, b.y)};
-}
-
 f32 rect_width(vec4 rect) { return rect.z - rect.x; }
 f32 rect_height(vec4 rect) { return rect.w - rect.y; }
-
-vec4 rect_add_width(vec4 rect, f32 width) {
-    rect.z += width;
-    return rect;
-}
-
-vec4 rect_set_height(vec4 rect, f32 height) {
-    rect.w = rect.y + height;
-    return rect;
-}
-
-vec4 rect_add_height(vec4 rect, f32 height) {
-    rect.w += height;
-    return rect;
-}
 
 vec4 rect_grow(vec4 rect, ui_spacing_t s) {
     return vec4{rect.x - s.left, rect.y - s.bottom, rect.z + s.right, rect.w + s.top};
@@ -112,8 +89,6 @@ vec4 rect_grow(vec4 rect, ui_spacing_t s) {
 vec4 rect_shrink(vec4 rect, ui_spacing_t s) {
     return vec4{rect.x + s.left, rect.y + s.bottom, rect.z - s.right, rect.w - s.top};
 }
-
-vec4 rect_move(vec4 rect, f32 dx, f32 dy) { return vec4{rect.x + dx, rect.y + dy, rect.z + dx, rect.w + dy}; }
 
 bool rect_contains_point(vec4 rect, vec2 p) { return p.x >= rect.x && p.x < rect.z && p.y >= rect.y && p.y < rect.w; }
 

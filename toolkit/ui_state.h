@@ -69,16 +69,10 @@ struct ui_spacing_t {
 };
 
 vec4 rect_xywh(f32 x, f32 y, f32 width, f32 height);
-vec4 rect_from_ints(i32 left, i32 bottom, i32 right, i32 top);
-vec4 rect_from_points(vec2 a, vec2 b); // the rectangle spanned by two corners, in any order
 f32 rect_width(vec4 rect);
 f32 rect_height(vec4 rect);
-vec4 rect_add_width(vec4 rect, f32 width);   // right edge moves
-vec4 rect_set_height(vec4 rect, f32 height); // top = bottom + height
-vec4 rect_add_height(vec4 rect, f32 height); // top edge moves
 vec4 rect_grow(vec4 rect, ui_spacing_t spacing);   // each edge outwards by its value
 vec4 rect_shrink(vec4 rect, ui_spacing_t spacing); // each edge inwards by its value
-vec4 rect_move(vec4 rect, f32 dx, f32 dy);
 bool rect_contains_point(vec4 rect, vec2 point); // left and bottom inclusive, right and top exclusive
 bool rect_contains_rect(vec4 outer, vec4 inner); // all edges inclusive
 bool rect_overlap(vec4 a, vec4 b);               // a common area above 0

@@ -188,17 +188,6 @@ u32 ui_button(ui_t *ui, ui_id_t id, vec4 rect, data_t label, u32 font) {
     return clicked;
 }
 
-u32 ui_icon_button(ui_t *ui, ui_id_t id, vec4 rect, vec4 icon_rect, u32 icon) {
-    if (!ui_widget_begin(ui, rect)) return 0;
-    u32 clicked = ui_pass_has_input(ui) ? ui_click_input(ui, id, rect, ui_kind_button) : 0;
-    if (ui_pass_has_draw(ui)) {
-        const ui_style_t *style = &ui_theme.button;
-        ui_draw_box(ui, id, rect, style, ui_style_state(ui, id));
-        ui_draw_icon(ui, id, icon_rect, icon, style->text_colour[ui_state_normal]);
-    }
-    return clicked;
-}
-
 static u32 ui_checkbox_any(ui_t *ui, ui_id_t id, vec4 rect, u32 *value, const data_t *label, u32 font) {
     if (!ui_widget_begin(ui, rect)) return 0;
     u32 changed = 0;
@@ -377,10 +366,6 @@ static f64 ui_scrollbar(ui_t *ui, ui_id_t id, vec4 rect, f64 page, f64 content, 
 
 f64 ui_scrollbar_vertical(ui_t *ui, ui_id_t id, vec4 rect, f64 page, f64 content, f64 *value, f64 step) {
     return ui_scrollbar(ui, id, rect, page, content, value, step, true);
-}
-
-f64 ui_scrollbar_horizontal(ui_t *ui, ui_id_t id, vec4 rect, f64 page, f64 content, f64 *value, f64 step) {
-    return ui_scrollbar(ui, id, rect, page, content, value, step, false);
 }
 
 f32 ui_scrollbar_vertical_f32(ui_t *ui, ui_id_t id, vec4 rect, f32 page, f32 content, f32 *value, f32 step) {

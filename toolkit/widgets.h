@@ -87,7 +87,6 @@ f32 ui_style_top(const ui_style_t *style); // border top + padding top
 
 // 1 for a click: a press and a release on the button.
 u32 ui_button(ui_t *ui, ui_id_t id, vec4 rect, data_t label, u32 font);
-u32 ui_icon_button(ui_t *ui, ui_id_t id, vec4 rect, vec4 icon_rect, u32 icon);
 // A click flips *value between 0 and 1; returns 1 when it changed.
 u32 ui_checkbox_plain(ui_t *ui, ui_id_t id, vec4 rect, u32 *value);
 u32 ui_checkbox(ui_t *ui, ui_id_t id, vec4 rect, u32 *value, data_t label, u32 font);
@@ -102,7 +101,6 @@ vec4 ui_dropdown_popup_rect(const ui_t *ui, vec4 rect, u64 item_count, u32 font)
 // arrow click. Return how much *value changed. Live only when at least 16
 // thick and 49 long.
 f64 ui_scrollbar_vertical(ui_t *ui, ui_id_t id, vec4 rect, f64 page, f64 content, f64 *value, f64 step);
-f64 ui_scrollbar_horizontal(ui_t *ui, ui_id_t id, vec4 rect, f64 page, f64 content, f64 *value, f64 step);
 f32 ui_scrollbar_vertical_f32(ui_t *ui, ui_id_t id, vec4 rect, f32 page, f32 content, f32 *value, f32 step);
 f32 ui_scrollbar_horizontal_f32(ui_t *ui, ui_id_t id, vec4 rect, f32 page, f32 content, f32 *value, f32 step);
 

@@ -42,8 +42,8 @@ bool os_window_create(const u8 *title, u64 title_size, i32 width, i32 height, i3
     headless_info.refresh_rate = 60;
     headless_info.width = width;
     headless_info.height = height;
-    headless_info.x = x == 0x7FFFFFFF ? (headless_info.screen_width - width) / 2 : x;
-    headless_info.y = y == 0x7FFFFFFF ? (headless_info.screen_height - height) / 2 : y;
+    headless_info.x = x == os_window_centred ? (headless_info.screen_width - width) / 2 : x;
+    headless_info.y = y == os_window_centred ? (headless_info.screen_height - height) / 2 : y;
     *info = headless_info;
     return true;
 }

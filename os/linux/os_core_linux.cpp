@@ -259,17 +259,25 @@ u64 os_counter() {
 
 u64 os_counter_frequency() { return 1000000000ull; }
 
-// 0 not probed yet, 1 rdtscp, 2 rdtsc after a fence, 3 the monotonic clock.
-static std::atomic<u32> os_time_stamp_kind{0};
+// How os_time_stamp reads the time, found by the first call.
+enum : u32 {
+    os_time_stamp_unprobed = 0,
+    os_time_stamp_rdtscp = 1,
+    os_time_stamp_rdtsc_fenced = 2,
+    os_time_stamp_monotonic = 3,
+};
+static std::atomic<u32> os_time_stamp_kind{os_time_stamp_unprobed};
 
 static u32 os_time_stamp_probe() {
-    u32 kind = 3;
+    u32 kind = os_time_stamp_monotonic;
 #if defined(__x86_64__)
     unsigned a = 0, b = 0, c = 0, d = 0;
-    if (__get_cpuid(0x80000001, &a, &b, &c, &d) && (d & (1u << 27))) {
-        kind = 1;
-    } else if (__get_cpuid(1, &a, &b, &c, &d) && (d & (1u << 4))) {
-        kind = 2;
+    const u32 cpuid_rdtscp = 1u << 27; // leaf 0x80000001, edx
+    const u32 cpuid_tsc = 1u << 4;     // leaf 1, edx
+    if (__get_cpuid(0x80000001, &a, &b, &c, &d) && (d & cpuid_rdtscp)) {
+        kind = os_time_stamp_rdtscp;
+    } else if (__get_cpuid(1, &a, &b, &c, &d) && (d & cpuid_tsc)) {
+        kind = os_time_stamp_rdtsc_fenced;
     }
 #endif
     os_time_stamp_kind.store(kind, std::memory_order_relaxed);
@@ -278,24 +286,18 @@ static u32 os_time_stamp_probe() {
 
 u64 os_time_stamp() {
     u32 kind = os_time_stamp_kind.load(std::memory_order_relaxed);
-    if (kind == 0) kind = os_time_stamp_probe();
+    if (kind == os_time_stamp_unprobed) kind = os_time_stamp_probe();
 #if defined(__x86_64__)
-    if (kind == 1) {
+    if (kind == os_time_stamp_rdtscp) {
         unsigned aux;
         return __rdtscp(&aux);
     }
-    if (kind == 2) {
+    if (kind == os_time_stamp_rdtsc_fenced) {
         _mm_lfence();
         return __rdtsc();
     }
 #endif
     return os_counter();
-}
-
-void os_sleep_ms(u32 milliseconds) {
-    timespec t = {(time_t)(milliseconds / 1000), (long)(milliseconds % 1000) * 1000000L};
-    while (nanosleep(&t, &t) != 0 && errno == EINTR) {
-    }
 }
 
 void os_utc_now(u32 fields[6]) {

@@ -355,8 +355,8 @@ bool os_window_create(const u8 *title, u64 title_size, i32 width, i32 height, i3
     memcpy(title_z, title, title_length);
     title_z[title_length] = 0;
 
-    i32 left = x == 0x7FFFFFFF ? (i32)SDL_WINDOWPOS_CENTERED : x;
-    i32 top = y == 0x7FFFFFFF ? (i32)SDL_WINDOWPOS_CENTERED : sdl_screen_height - height - y;
+    i32 left = x == os_window_centred ? (i32)SDL_WINDOWPOS_CENTERED : x;
+    i32 top = y == os_window_centred ? (i32)SDL_WINDOWPOS_CENTERED : sdl_screen_height - height - y;
     u32 window_flags = SDL_WINDOW_OPENGL | SDL_WINDOW_RESIZABLE | SDL_WINDOW_ALLOW_HIGHDPI;
     if (flags & os_window_popup) window_flags |= SDL_WINDOW_BORDERLESS;
     if (flags & os_window_maximised) window_flags |= SDL_WINDOW_MAXIMIZED;

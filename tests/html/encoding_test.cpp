@@ -185,31 +185,6 @@ TEST(HtmlEncodingData, Gb18030RangesEveryPair) {
     EXPECT_EQ(encoding_gb18030_ranges_lookup(1237576), code_point_none);
 }
 
-// Random bytes in every encoding: the frame always ends, never reads past
-// the input (the sanitizer watches), and never yields a non-scalar value.
-TEST(HtmlEncodingFrame, RandomBytesInEveryEncoding) {
-    u32 seed = 12345;
-    auto next = [&seed]() {
-        seed = seed * 1103515245 + 12345;
-        return (seed >> 16) & 0xFF;
-    };
-    for (u32 round = 0; round < 300; round++) {
-        std::vector<u8> bytes(1 + round % 37);
-        for (auto &b : bytes) b = (u8)(round % 3 ? next() : (next() % 3 ? 0x1B : next()));
-        for (u32 id = 1; id <= 40; id++) {
-            std::vector<u8> exact(bytes); // a block of exactly this size
-            hp_reader_t reader = reader_over(exact.data(), exact.size());
-            for (u32 step = 0; step < 200; step++) {
-                u32 error = 0;
-                u32 c = hp_decode_codepoint(&reader, id, &error);
-                if (error) break;
-                ASSERT_TRUE(unicode_is_scalar(c)) << id;
-                ASSERT_LE(reader.position, reader.end);
-            }
-        }
-    }
-}
-
 // Every name with ";" in the published list, by its name without the ";".
 // The legacy names without ";" are found through their ";" form.
 TEST(HtmlEncodingData, EntityTableMatchesPublishedList) {

@@ -1,6 +1,6 @@
 // tidewrack-profile FILE - reads a profile.bin written with "-profile" and
 // prints its totals and trees, one timeline after another, to stdout.
-#include "base/profiler.h"
+#include "tools/profile/profile_read.h"
 #include "base/text.h"
 #include "os/os_core.h"
 

@@ -100,10 +100,6 @@ bool text_is(const data_t *text, const char *literal) {
     return memory_equal(text->bytes, text->used, literal, string_length(literal));
 }
 
-void print_error_data(const data_t *data) {
-    if (data->bytes) os_write_stderr((const char *)data->bytes, data->used);
-}
-
 // ---- JSON objects with a comma rule --------------------------------------------------------
 
 struct json_t {

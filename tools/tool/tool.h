@@ -34,7 +34,6 @@ void json_date(const char *key, date_t date); // "yyyy-mm-dd hh:mm:ss", null for
 void json_flags(const char *key, const u32 *flags, u32 count);
 
 void print_error(const char *text);
-void print_error_data(const data_t *data);
 bool text_is(const data_t *text, const char *literal);
 
 // ---- the command line ---------------------------------------------------------------------------

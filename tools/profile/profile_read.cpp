@@ -1,12 +1,13 @@
-// profiler_read.cpp - the reading half of the profiler: "profile.bin" back
+// profile_read.cpp - the reading half of the profiler: "profile.bin" back
 // into timelines, a tree of spans for each, per-label totals, and the text
-// report. The running program never calls it; tools and tests do.
+// report. The running program never calls it; tidewrack-profile and the
+// tests do.
 //
 // The file comes from outside: every size and offset is checked against the
 // file before it is used, and a file that does not hold together is error
 // profiler_error_read.
 #include "base/files.h"
-#include "base/profiler.h"
+#include "tools/profile/profile_read.h"
 #include "base/text.h"
 
 // ---- reading bytes -------------------------------------------------------------------------
@@ -48,6 +49,10 @@ static const u8 *profiler_take_bytes(profiler_cursor_t *c, u64 size) {
 
 // ---- clock conversion -------------------------------------------------------------------------
 
+// A clock record of this kind maps time stamps by a multiplier and an
+// offset; the others by a shift.
+constexpr u8 profiler_clock_kind_multiply = 2;
+
 // A time stamp as ticks of the system's counter, by the record's mapping.
 static f64 profiler_to_counter(const profiler_clock_t *clock, u64 tsc) {
     switch (clock->clock_measured) {
@@ -55,7 +60,7 @@ static f64 profiler_to_counter(const profiler_clock_t *clock, u64 tsc) {
         if (!clock->tsc_span) return 0;
         return (f64)tsc * ((f64)clock->qpc_span / (f64)clock->tsc_span);
     case 1:
-        if (clock->clock_kind == 2) {
+        if (clock->clock_kind == profiler_clock_kind_multiply) {
             unsigned __int128 product = (unsigned __int128)tsc * clock->clock_multiplier;
             u64 high = (u64)(product >> 64);
             u64 sum = high + clock->clock_offset + clock->clock_bias;
@@ -83,10 +88,6 @@ static f64 profiler_span_seconds(const profiler_clock_t *clock, u64 start, u64 e
         return (f64)(i64)(end - start) * ((f64)clock->qpc_span / (f64)clock->tsc_span) / (f64)clock->qpc_frequency;
     }
     return (profiler_to_counter(clock, end) - profiler_to_counter(clock, start)) / (f64)clock->qpc_frequency;
-}
-
-f64 profiler_ticks_to_seconds(const profiler_report_t *report, u64 ticks) {
-    return profiler_span_seconds(&report->clock, 0, ticks);
 }
 
 // ---- reading the file ---------------------------------------------------------------------------
