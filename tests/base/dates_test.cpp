@@ -77,8 +77,10 @@ TEST(Dates, ReadersStayInsideAnyText) {
         }
     }
     // Long texts: no date, or the date behind the spaces.
-    const std::string cases[] = {std::string(10000, '9'), "2024-05-01T10:00:00." + std::string(10000, '1') + "Z",
-                                 "02 Jan 2006 15:04 +" + std::string(10000, '0'), std::string(10000, ' ') + "2024-05-01",
+    const std::string cases[] = {std::string(10000, '9'),
+                                 std::string("2024-05-01T10:00:00.").append(10000, '1').append("Z"),
+                                 std::string("02 Jan 2006 15:04 +").append(10000, '0'),
+                                 std::string(10000, ' ').append("2024-05-01"),
                                  "\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF", "01 Feb 2006 10:00:00 ~9999"};
     const char *expected[] = {"0000-00-00 00:00:00", "2024-05-01 10:00:00", "0000-00-00 00:00:00",
                               "2024-05-01 00:00:00", "0000-00-00 00:00:00", "0000-00-00 00:00:00"};
