@@ -1,10 +1,11 @@
-// dates.cpp - RFC 822 and RFC 3339 dates read by position into one UTC
-// record, date arithmetic, file-name stamps and local date text.
+// dates.cpp - feed dates (RFC 822, and ISO 8601 as RFC 3339 profiles it)
+// read into one UTC record, date arithmetic, file-name stamps and local date
+// text.
 //
-// The readers never fail: what they can't read stays zero. Some odd results
-// are kept on purpose because stored data depends on them: named American
-// zones are not recognised, RFC 3339 zones are ignored, and the forward day
-// walk runs one day ahead at a month's end.
+// The readers never fail: a text that no form reads gives no date. One odd
+// result of the arithmetic is kept on purpose because stored data depends on
+// it: the forward day walk of date_add runs one day ahead at a month's end.
+// The readers apply zones with a walk of their own.
 #include "base/dates.h"
 
 #include "base/profiler.h"
@@ -148,109 +149,218 @@ date_t date_add(date_t date, i64 years, i64 months, i64 days, i64 hours, i64 min
     return result;
 }
 
-date_t date_parse_rfc822(const data_t *text) {
+// ---- reading dates ----------------------------------------------------------------------------
+// A date is read whole or not at all: a text that no form reads gives no
+// date (all zero), never a guess from bytes at fixed places. The zone is
+// applied, so that every date read is UTC.
+
+struct date_reader_t {
+    const u8 *p;
+    const u8 *end;
+};
+
+struct date_fields_t {
+    i64 year, month, day, hour, minute, second;
+    i64 zone_minutes; // east of UTC
+};
+
+static bool date_at_end(const date_reader_t *r) { return r->p >= r->end; }
+
+static void date_skip_spaces(date_reader_t *r) {
+    while (r->p < r->end && char_is_space(*r->p)) r->p++;
+}
+
+static bool date_take(date_reader_t *r, u8 c) {
+    if (r->p >= r->end || *r->p != c) return false;
+    r->p++;
+    return true;
+}
+
+static bool date_next_is_digit(const date_reader_t *r) { return r->p < r->end && char_is_ascii_digit(*r->p); }
+
+// A number of `least` to `most` digits; false, with nothing read, for any
+// other count.
+static bool date_digits(date_reader_t *r, u32 least, u32 most, i64 *value) {
+    const u8 *p = r->p;
+    i64 v = 0;
+    u32 n = 0;
+    while (p < r->end && n <= most && char_is_ascii_digit(*p)) v = v * 10 + (*p++ - '0'), n++;
+    if (n < least || n > most) return false;
+    r->p = p;
+    *value = v;
+    return true;
+}
+
+static data_t date_word(date_reader_t *r) {
+    const u8 *start = r->p;
+    while (r->p < r->end && char_is_ascii_alpha(*r->p)) r->p++;
+    return data_from_range(start, r->p);
+}
+
+static bool date_word_is(data_t word, const char *name) {
+    u64 n = string_length(name);
+    if (word.used != n) return false;
+    for (u64 i = 0; i < n; i++) {
+        if ((word.bytes[i] | 0x20) != (name[i] | 0x20)) return false;
+    }
+    return true;
+}
+
+// The place of a day or month name in its table, known by its first three
+// letters in any case ("Tue", "TUESDAY", "Sept"); -1 for any other word.
+static i32 date_name_index(data_t word, const char (*names)[4], u32 count) {
+    if (word.used < 3 || word.used > 9) return -1;
+    for (u32 i = 0; i < count; i++) {
+        if (date_word_is(data_from_pointer(word.bytes, 3), names[i])) return (i32)i;
+    }
+    return -1;
+}
+
+// A zone as minutes east of UTC: "+hhmm", "+hh:mm" or "+hh" (and "-"),
+// "Z", "UT", "UTC", "GMT", the American names ("EST" to "PDT") and the
+// military letters. A name of letters not known is read as UTC, as a
+// zone that says nothing. False for what is no zone, or an offset past a day.
+static bool date_zone(date_reader_t *r, i64 *minutes) {
+    if (r->p < r->end && (*r->p == '+' || *r->p == '-')) {
+        i64 sign = *r->p++ == '-' ? -1 : 1;
+        i64 hours = 0, rest = 0;
+        if (date_digits(r, 4, 4, &hours)) {
+            rest = hours % 100;
+            hours /= 100;
+        } else if (!date_digits(r, 2, 2, &hours) || (date_take(r, ':') && !date_digits(r, 2, 2, &rest))) {
+            return false;
+        }
+        if (hours > 23 || rest > 59) return false;
+        *minutes = sign * (hours * 60 + rest);
+        return true;
+    }
+    data_t word = date_word(r);
+    *minutes = 0;
+    if (word.used == 0) return false;
+    if (word.used == 1) {
+        u8 letter = word.bytes[0] & ~0x20;
+        i8 hours = date_letter_zone_hours[letter - 'A'];
+        if (hours != 127) *minutes = -60 * hours;
+        return true;
+    }
+    if (word.used == 3 && (word.bytes[2] | 0x20) == 't') {
+        for (u32 i = 0; i < 8; i++) {
+            if (date_word_is(data_from_pointer(word.bytes, 2), (const char *)date_zone_names[i]))
+                *minutes = -60 * date_zone_hours[i];
+        }
+    }
+    return true;
+}
+
+// A zone, if anything but spaces and a comment in parentheses ("(PST)") is
+// left; then nothing else may follow.
+static bool date_rest_is_zone(date_reader_t *r, i64 *minutes) {
+    date_skip_spaces(r);
+    if (!date_at_end(r) && *r->p != '(') {
+        if (!date_zone(r, minutes)) return false;
+        date_skip_spaces(r);
+    }
+    return date_at_end(r) || *r->p == '(';
+}
+
+// The fields checked and moved to UTC by the zone; no date when any field is
+// out of range. A leap second counts as the second before it.
+static date_t date_from_fields(const date_fields_t *f) {
+    if (f->year > 65535 || f->month < 1 || f->month > 12 || f->day < 1) return date_t{};
+    if (f->day > date_length_of(f->year, f->month) || f->hour > 23 || f->minute > 59 || f->second > 60)
+        return date_t{};
+    i64 year = f->year, month = f->month, day = f->day;
+    // Zones are less than a day away: at most one day to step.
+    i64 minutes = f->hour * 60 + f->minute - f->zone_minutes;
+    if (minutes < 0) {
+        minutes += 24 * 60;
+        if (--day < 1) {
+            if (--month < 1) month = 12, year--;
+            day = date_length_of(year, month);
+        }
+    } else if (minutes >= 24 * 60) {
+        minutes -= 24 * 60;
+        if (++day > date_length_of(year, month)) {
+            day = 1;
+            if (++month > 12) month = 1, year++;
+        }
+    }
+    if (year < 0 || year > 65535) return date_t{};
     date_t date = {};
-    const u8 *p = text->bytes;
-    i64 size = (i64)text->used;
-    i64 at = 0;
-    if (size && !p) return date;
-    auto left = [&]() { return size - at; };
+    date.year = (u16)year;
+    date.month = (u8)month;
+    date.day = (u8)day;
+    date.hour = (u8)(minutes / 60);
+    date.minute = (u8)(minutes % 60);
+    date.second = (u8)(f->second == 60 ? 59 : f->second);
+    return date;
+}
 
-    while (at < size && char_is_space(p[at])) at++;
-
-    if (left() > 3) {
-        for (u32 i = 0; i < 7; i++) {
-            if (memory_equal(p + at, 3, date_day_names[i], 3)) {
-                at += 5; // "Mon, "
-                break;
-            }
-        }
+date_t date_parse_rfc822(const data_t *text) {
+    if (!text->bytes) return date_t{};
+    date_reader_t r = {text->bytes, text->bytes + text->used};
+    date_fields_t f = {};
+    date_skip_spaces(&r);
+    if (r.p < r.end && char_is_ascii_alpha(*r.p)) { // the day of the week is optional
+        if (date_name_index(date_word(&r), date_day_names, 7) < 0) return date_t{};
+        date_skip_spaces(&r);
+        date_take(&r, ',');
+        date_skip_spaces(&r);
     }
-    if (left() >= 2) {
-        date.day = (u8)text_to_i64_plus(p + at, 2);
-        at += 2;
-        if (at < size && p[at] == ' ') at++;
+    if (!date_digits(&r, 1, 2, &f.day)) return date_t{};
+    date_skip_spaces(&r);
+    date_take(&r, '-'); // "02-Jan-2006" as well
+    date_skip_spaces(&r);
+    i32 month = date_name_index(date_word(&r), date_month_names, 12);
+    if (month < 0) return date_t{};
+    f.month = month + 1;
+    date_skip_spaces(&r);
+    date_take(&r, '-');
+    date_skip_spaces(&r);
+    // A year of two digits stays as written.
+    if (!date_digits(&r, 4, 4, &f.year) && !date_digits(&r, 2, 2, &f.year)) return date_t{};
+    date_skip_spaces(&r);
+    if (date_next_is_digit(&r)) { // the time is optional, its seconds too
+        if (!date_digits(&r, 1, 2, &f.hour) || !date_take(&r, ':') || !date_digits(&r, 2, 2, &f.minute))
+            return date_t{};
+        if (date_take(&r, ':') && !date_digits(&r, 2, 2, &f.second)) return date_t{};
+        if (!date_rest_is_zone(&r, &f.zone_minutes)) return date_t{};
     }
-    if (left() > 3) {
-        for (u32 i = 0; i < 12; i++) {
-            if (memory_equal(p + at, 3, date_month_names[i], 3)) {
-                date.month = (u8)(i + 1);
-                at += 4;
-                break;
-            }
-        }
-    }
-    if (left() > 2 && p[at + 2] == ' ') {
-        date.year = (u16)text_to_i64_plus(p + at, 2);
-        at += 3;
-    } else if (left() > 3) {
-        date.year = (u16)text_to_i64_plus(p + at, 4);
-        at += 5;
-    } else {
-        date.year = 65535;
-    }
-    if (left() >= 2) {
-        date.hour = (u8)text_to_i64_plus(p + at, 2);
-        at += 3;
-    }
-    if (left() >= 2) {
-        date.minute = (u8)text_to_i64_plus(p + at, 2);
-        at += 2;
-    }
-    if (left() > 2 && p[at] == ':') {
-        date.second = (u8)text_to_i64_plus(p + at + 1, 2);
-        at += 4;
-    }
-
-    // The zone, told by how much is left.
-    i64 hours = 0, minutes = 0;
-    i64 n = left();
-    if (n >= 1) {
-        const u8 *z = p + at;
-        if (n == 1 || z[1] == ' ') {
-            u8 letter = z[0];
-            if (letter >= 'A' && letter <= 'Z') {
-                i8 h = date_letter_zone_hours[letter - 'A'];
-                hours = h == 127 ? 0 : h;
-            }
-        } else if (n == 2 || z[2] == ' ') {
-            // Two letters: no offset.
-        } else if (n != 3 && z[3] != ' ') {
-            if (n >= 5) {
-                i64 sign = (i64)z[0] - 0x2C; // -1 for "+", +1 for "-"
-                hours = sign * text_to_i64(z + 1, 2);
-                minutes = sign * text_to_i64(z + 3, 2);
-            }
-        } else if (memory_equal(z, 3, "GMT", 3)) {
-            // No offset.
-        } else {
-            for (u32 i = 0; i < 8; i++) {
-                if (memory_equal(z, 3, date_zone_names[i], 3)) {
-                    hours = date_zone_hours[i];
-                    break;
-                }
-            }
-        }
-    }
-    return date_add(date, 0, 0, 0, hours, minutes, 0);
+    date_skip_spaces(&r);
+    if (!date_at_end(&r) && *r.p != '(') return date_t{};
+    return date_from_fields(&f);
 }
 
 date_t date_parse_rfc3339(const data_t *text) {
-    date_t date = {};
-    const u8 *p = text->bytes;
-    u64 size = text->used;
-    if (size < 11 || !p) return date;
-    date.year = (u16)text_to_i64_plus(p, 4);
-    date.month = (u8)text_to_i64_plus(p + 5, 2);
-    date.day = (u8)text_to_i64_plus(p + 8, 2);
-    u64 at = 11;
-    if (size - at >= 8) {
-        date.hour = (u8)text_to_i64_plus(p + at, 2);
-        date.minute = (u8)text_to_i64_plus(p + at + 3, 2);
-        date.second = (u8)text_to_i64_plus(p + at + 6, 2);
+    if (!text->bytes) return date_t{};
+    date_reader_t r = {text->bytes, text->bytes + text->used};
+    date_fields_t f = {};
+    date_skip_spaces(&r);
+    if (!date_digits(&r, 4, 4, &f.year) || !date_take(&r, '-') || !date_digits(&r, 2, 2, &f.month) ||
+        !date_take(&r, '-') || !date_digits(&r, 2, 2, &f.day))
+        return date_t{};
+    // The time is optional; "T" or a space before it.
+    if (r.end - r.p >= 2 && (r.p[0] == 'T' || r.p[0] == 't' || r.p[0] == ' ') && char_is_ascii_digit(r.p[1])) {
+        r.p++;
+        if (!date_digits(&r, 2, 2, &f.hour) || !date_take(&r, ':') || !date_digits(&r, 2, 2, &f.minute))
+            return date_t{};
+        if (date_take(&r, ':')) {
+            if (!date_digits(&r, 2, 2, &f.second)) return date_t{};
+            if (date_take(&r, '.') || date_take(&r, ',')) { // fractions of a second are dropped
+                if (!date_next_is_digit(&r)) return date_t{};
+                while (date_next_is_digit(&r)) r.p++;
+            }
+        }
+        if (!date_rest_is_zone(&r, &f.zone_minutes)) return date_t{};
     }
-    // Fractions of a second and the zone that follow are not read.
-    return date;
+    date_skip_spaces(&r);
+    if (!date_at_end(&r)) return date_t{};
+    return date_from_fields(&f);
+}
+
+date_t date_parse_feed(const data_t *text) {
+    date_t date = date_parse_rfc3339(text);
+    return date_is_empty(&date) ? date_parse_rfc822(text) : date;
 }
 
 data_t date_to_file_text(date_t date, data_t *destination) {

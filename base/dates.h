@@ -1,11 +1,11 @@
-// dates.h - RFC 822 and RFC 3339 dates read into one 8-byte UTC record,
+// dates.h - RFC 822 and ISO 8601 dates read into one 8-byte UTC record,
 // date arithmetic, file-name stamps and local date text.
 #pragma once
 
 #include "base/memory.h"
 
 struct date_t {
-    u16 year; // as written; 65535 when the text had none
+    u16 year; // as written: a two-digit year stays so
     u8 month; // 1 to 12; 0 when absent
     u8 day;
     u8 hour;
@@ -27,8 +27,14 @@ bool date_is_after(date_t a, date_t b);
 bool date_is_before(date_t a, date_t b);
 bool date_is_empty(const date_t *date);
 date_t date_add(date_t date, i64 years, i64 months, i64 days, i64 hours, i64 minutes, i64 seconds);
+// The readers give UTC with the text's zone applied (none written means
+// UTC), or no date (all zero) for a text that isn't of their form.
+// RFC 822: weekday and seconds optional, "Tue, 2 Jan 2006 15:04:05 EST".
 date_t date_parse_rfc822(const data_t *text);
+// ISO 8601: "2006-01-02", "2006-01-02T15:04:05.123+01:00", zone optional.
 date_t date_parse_rfc3339(const data_t *text);
+// Whichever of the two forms reads the text: what a feed's date fields get.
+date_t date_parse_feed(const data_t *text);
 data_t date_to_file_text(date_t date, data_t *destination);
 date_t date_from_file_text(const data_t *text);
 date_t date_now();

@@ -93,6 +93,12 @@ date_t feed_later(date_t a, date_t b);
 // text area can't hold it: the item is then refused.
 bool feed_reserve_for_item(reader_t *reader, const xml_node_t *item);
 
+// Whether a text is an http or https address.
+bool feed_is_web_address(const data_t *text);
+// The address of an RSS entry's article: its guid when that is a perma-link
+// and an http or https address, else its link.
+const data_t *feed_rss_article_link(const entry_t *entry);
+
 // The mappings. `feed` is the stored feed of the same type, or null for a new
 // one; `scratch` is the conversion space of feed_text_set.
 feed_t *feed_map_rss(reader_t *reader, xml_node_t *channel, xml_node_t *rdf, const data_t *url, feed_t *feed,

@@ -6,7 +6,7 @@
 
 static date_t atom_date(const xml_node_t *node) {
     data_t text = node_text(node);
-    return date_parse_rfc3339(&text);
+    return date_parse_feed(&text);
 }
 
 static const char *const atom_rel_names[5] = {"alternate", "related", "self", "enclosure", "via"};
@@ -27,8 +27,8 @@ static bool atom_link(feed_run_t *run, const xml_node_t *node, u32 owner_kind, u
         case xml_attribute_hreflang: feed_run_set(run, value, &link->hreflang); break;
         case xml_attribute_title: feed_run_set(run, value, &link->title); break;
         case xml_attribute_length: link->length = (u64)text_to_i64(value->bytes, value->used); break;
-        case xml_attribute_rel:
-            link->rel = atom_link_rel_alternate;
+        case xml_attribute_rel: // a rel not known names no address of the entry itself
+            link->rel = atom_link_rel_other;
             for (u32 r = 0; r < 5; r++) {
                 if (memory_equal(value->bytes, value->used, atom_rel_names[r], string_length(atom_rel_names[r])))
                     link->rel = r;

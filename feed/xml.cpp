@@ -38,6 +38,14 @@ u32 xml_attribute_index(const data_t *name) {
     return xml_table_index(xml_attribute_names, xml_attribute_name_count, name);
 }
 
+static const char *const xml_prefixed_names[] = {"", "dc:date", "dc:creator", "content:encoded", "rdf:about"};
+
+u32 xml_prefixed_index(const data_t *name) {
+    u32 count = array_count(xml_prefixed_names);
+    u32 index = xml_table_index(xml_prefixed_names + 1, count - 1, name) + 1;
+    return index < count ? index : xml_prefixed_none;
+}
+
 // ---- scanning ---------------------------------------------------------------------------------
 
 static bool xml_is_white(u8 b) { return b == ' ' || b == '\t' || b == '\v' || b == '\f' || b == '\n' || b == '\r'; }
@@ -300,7 +308,7 @@ static void xml_read_attributes(xml_tree_t *tree, xml_node_t *node, const xml_ta
         xml_attribute_t *attribute = (xml_attribute_t *)data_push(&tree->attributes, sizeof(xml_attribute_t), 8);
         xml_attribute_t **pointer = (xml_attribute_t **)data_push(&tree->attribute_pointers, sizeof(void *), 8);
         attribute->name_index = xml_attribute_index(&name);
-        attribute->unused_4 = 0;
+        attribute->prefixed_index = xml_prefixed_index(&name);
         attribute->value = data_from_range(p, close);
         *pointer = attribute;
         node->attribute_count++;
@@ -328,6 +336,13 @@ static xml_node_t *xml_node_of(xml_tree_t *tree, xml_tag_t *tag) {
         if (tag->end - 2 > tag->start + 3) node->text = data_from_range(tag->start + 3, tag->end - 2);
     } else {
         node->name_index = xml_name_index(&tag->name);
+        const u8 *name_end = tag->name.bytes + tag->name.used;
+        if (name_end < tag->end && *name_end == ':') { // the whole name, up to white space or "/"
+            const u8 *whole_end = name_end;
+            while (whole_end < tag->end && !xml_is_white(*whole_end) && *whole_end != '/') whole_end++;
+            data_t whole = data_from_range(tag->name.bytes, whole_end);
+            node->prefixed_index = xml_prefixed_index(&whole);
+        }
         xml_read_attributes(tree, node, tag);
     }
     return node;

@@ -91,6 +91,17 @@ enum : u32 {
     xml_attribute_other = 21,
 };
 
+// Prefixed names that the mappings read, known by the whole name (the tables
+// above see only the prefix of an element's name): `prefixed_index` of a
+// node or an attribute.
+enum : u32 {
+    xml_prefixed_none = 0,
+    xml_dc_date = 1,
+    xml_dc_creator = 2,
+    xml_content_encoded = 3,
+    xml_rdf_about = 4,
+};
+
 constexpr u32 xml_element_name_count = 51;
 constexpr u32 xml_attribute_name_count = 21;
 extern const char *const xml_element_names[xml_element_name_count];
@@ -100,6 +111,8 @@ extern const char *const xml_attribute_names[xml_attribute_name_count];
 // xml_element_other or xml_attribute_other.
 u32 xml_name_index(const data_t *name);
 u32 xml_attribute_index(const data_t *name);
+// xml_prefixed_none for a name not among them.
+u32 xml_prefixed_index(const data_t *name);
 
 // ---- records ------------------------------------------------------------------------------
 struct xml_node_t;
@@ -120,15 +133,15 @@ static_assert(sizeof(xml_tag_t) == 72);
 constexpr u32 xml_tag_no_end = 0xFFFFFFFF;
 
 struct xml_attribute_t { // 32 bytes
-    u32 name_index; // xml_attribute_*
-    u32 unused_4;
+    u32 name_index;     // xml_attribute_*
+    u32 prefixed_index; // xml_prefixed_*
     data_t value; // raw bytes between the quotes
 };
 static_assert(sizeof(xml_attribute_t) == 32);
 
 struct xml_node_t { // 64 bytes
-    u32 name_index; // xml_* of the element table
-    u32 unused_4;
+    u32 name_index;     // xml_* of the element table
+    u32 prefixed_index; // xml_prefixed_*
     xml_attribute_t **attributes;
     u32 attribute_count;
     u32 unused_20;

@@ -66,6 +66,7 @@ enum : u32 {
     atom_link_rel_self = 2,
     atom_link_rel_enclosure = 3,
     atom_link_rel_via = 4,
+    atom_link_rel_other = 5, // any rel not above ("replies", "edit"); none is alternate
 };
 
 // Flags of a feed's meta record (what the user set).

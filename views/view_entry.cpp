@@ -5,6 +5,7 @@
 #include "base/text.h"
 #include "base/dates.h"
 #include "base/files.h"
+#include "feed/feed.h"
 #include "toolkit/widgets.h"
 #include "views/view_article.h"
 
@@ -111,7 +112,7 @@ entry_items_t entry_items(app_context *context, reader_t *reader) {
     u32 type = entry_get_type(entry);
     if (type == 1) {
         items.title = entry->rss.title;
-        items.link = entry->rss.guid_is_perma_link ? &entry->rss.guid : &entry->rss.link;
+        items.link = feed_rss_article_link(entry);
         items.source = entry->rss.description;
         items.date = entry_date_text(context, entry->rss.pub_date);
         items.authors = entry->rss.author;
@@ -129,7 +130,7 @@ entry_items_t entry_items(app_context *context, reader_t *reader) {
             data_trim_end(&items.title, &title, &set);
         }
         if (const data_t *href = entry_alternate_link(reader, entry)) items.link = href;
-        items.source = entry->atom.summary.used ? entry->atom.summary : entry->atom.content;
+        items.source = entry->atom.content.used ? entry->atom.content : entry->atom.summary;
         items.date = entry_date_text(context, entry->atom.updated);
         items.contributor_count = entry->atom.contributor_count;
         entry_atom_people(context, reader, &items);

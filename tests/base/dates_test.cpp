@@ -7,7 +7,9 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <iterator>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -25,40 +27,66 @@ struct parse_case_t {
 
 } // namespace
 
-TEST(Dates, Rfc822) {
+TEST(Dates, FeedDatesAreReadAsUtcOrNotAtAll) {
+    const char *none = "0000-00-00 00:00:00";
     const parse_case_t cases[] = {
-        {"Mon, 02 Jan 2006 15:04:05 GMT", "2006-01-02 15:04:05"},
-        {"02 Jan 2006 15:04:05 +0100", "2006-01-02 14:04:05"}, {"02 Jan 2006 15:04:05 -0100", "2006-01-02 16:04:05"},
-        {"02 Jan 2006 15:04:05 +0530", "2006-01-02 09:34:05"}, {"02 Jan 2006 23:30:00 -0100", "2006-01-03 00:30:00"},
-        {"02 Jan 2006 00:30:00 +0100", "2006-01-01 23:30:00"}, {"01 Jan 2006 00:30:00 +0100", "2005-12-31 23:30:00"},
-        {"01 Mar 2004 00:30:00 +0100", "2004-02-29 23:30:00"},
-        {"02 Jan 2006 15:04:05 EST", "2006-01-02 15:04:05"}, // named zones are not recognised
-        {"02 Jan 2006 15:04:05 PDT", "2006-01-02 15:04:05"}, {"02 Jan 2006 15:04:05 Z", "2006-01-02 15:04:05"},
-        {"02 Jan 2006 15:04:05 A", "2006-01-02 16:04:05"}, {"02 Jan 2006 15:04:05 N", "2006-01-02 14:04:05"},
-        {"02 Jan 2006 15:04:05 J", "2006-01-02 15:04:05"}, {"02 Jan 2006 15:04:05 UT", "2006-01-02 15:04:05"},
-        {"02 Jan 06 15:04 +0000", "0006-01-02 15:04:00"}, {"  Tue, 10 Jun 2003 04:00:00 GMT", "2003-06-10 04:00:00"},
-        {"2 Jan 2006 15:04:05 GMT", "2006-01-02 15:04:05"},
-        {"Sun, 31 Dec 2006 23:59:59 -0001", "2007-01-02 00:00:59"},
-        // The forward walk runs a day ahead at a month's end.
-        {"30 Jan 2006 23:30:00 -0100", "2006-02-01 00:30:00"}, {"31 Jan 2006 23:30:00 -0100", "2006-02-02 00:30:00"},
-        {"", "65535-00-00 00:00:00"}, {"Mon, ", "65535-00-00 00:00:00"},
+        // RFC 822, with and without weekday, seconds, zone; zones to +14:00 and -12:00.
+        {"Mon, 02 Jan 2006 15:04:05 GMT", "2006-01-02 15:04:05"}, {"2 Jan 2006 15:04 +0100", "2006-01-02 14:04:00"},
+        {"02 Jan 2006 15:04:05 -0100", "2006-01-02 16:04:05"}, {"02 Jan 2006 15:04:05 +0530", "2006-01-02 09:34:05"},
+        {"Sat, 01 Jan 2000 00:30:00 +1400", "1999-12-31 10:30:00"},
+        {"Fri, 31 Dec 1999 23:30:00 -1200", "2000-01-01 11:30:00"},
+        {"30 Jan 2006 23:30:00 -0100", "2006-01-31 00:30:00"}, {"01 Mar 2004 00:30:00 +0100", "2004-02-29 23:30:00"},
+        {"02 Jan 2006 15:04:05 EST", "2006-01-02 20:04:05"}, {"Tue, 03 Jan 2006 23:04:05 PDT", "2006-01-04 06:04:05"},
+        {"02 Jan 2006 15:04:05 CST", "2006-01-02 21:04:05"}, {"02 Jan 2006 15:04:05 A", "2006-01-02 16:04:05"},
+        {"02 Jan 2006 15:04:05 Z", "2006-01-02 15:04:05"}, {"02 Jan 2006 15:04:05 UTC", "2006-01-02 15:04:05"},
+        {"02 Jan 2006 15:04:05 CEST", "2006-01-02 15:04:05"}, // a name not known says nothing: UTC
+        {"02 Jan 2006 15:04:05", "2006-01-02 15:04:05"}, {"Tuesday, 10 June 2003 04:00 GMT (GMT)", "2003-06-10 04:00:00"},
+        {"Mon, 02 Jan 2006", "2006-01-02 00:00:00"}, {"02 Jan 06 15:04 +0000", "0006-01-02 15:04:00"},
+        {"31 Dec 2016 23:59:60 GMT", "2016-12-31 23:59:59"}, {"01 Jan 0000 00:00:00 GMT", "0000-01-01 00:00:00"},
+        // ISO 8601, also where RSS wants RFC 822.
+        {"2024-05-01T10:00:00Z", "2024-05-01 10:00:00"}, {"2020-01-02T03:04:05+02:00", "2020-01-02 01:04:05"},
+        {"2006-01-02T15:04:05.123+09:00", "2006-01-02 06:04:05"}, {"2024-05-01T10:00:00", "2024-05-01 10:00:00"},
+        {" 2024-05-01 10:00:00 +0200 ", "2024-05-01 08:00:00"}, {"2024-05-01T10:00-05", "2024-05-01 15:00:00"},
+        {"2024-03-01T01:00:00+14:00", "2024-02-29 11:00:00"}, {"2023-12-31T20:00:00-12:00", "2024-01-01 08:00:00"},
+        {"2024-05-01", "2024-05-01 00:00:00"},
+        // No form reads these.
+        {"", none}, {"Mon, ", none}, {"yesterday", none}, {"2024-13-01T00:00:00Z", none}, {"2023-02-29", none},
+        {"31 Feb 2024 10:00 GMT", none}, {"2024-05-01T24:00:00Z", none}, {"2024-05-01T10:00:00+99:99", none},
+        {"02 Jan 2006 15:04:05 +9999", none}, {"Xyz, 02 Jan 2006", none}, {"02 Foo 2006", none}, {"20 May", none},
+        {"2024-05-01T10:00:00Z and more", none}, {"01 Jan 0000 00:30 +0100", none}, {"24-05-01T10:00:00Z", none},
+        {"02 Jan 206 15:04 GMT", none}, {"2024-05-01T10", none}, {"2024-05-01T10:00:00.Z", none},
     };
     for (const auto &c : cases) {
         data_t t = data_from_pointer(c.text, strlen(c.text));
-        EXPECT_EQ(show(date_parse_rfc822(&t)), c.expected) << c.text;
+        EXPECT_EQ(show(date_parse_feed(&t)), c.expected) << c.text;
     }
+    // Each reader reads its own form only.
+    data_t iso = data_from_pointer("2024-05-01T10:00:00Z", 20), rfc = data_from_pointer("1 May 2024 10:00 GMT", 20);
+    EXPECT_EQ(show(date_parse_rfc822(&iso)), none);
+    EXPECT_EQ(show(date_parse_rfc3339(&rfc)), none);
 }
 
-TEST(Dates, Rfc3339IgnoresTheZone) {
-    const parse_case_t cases[] = {
-        {"2006-01-02T15:04:05Z", "2006-01-02 15:04:05"}, {"2006-01-02T15:04:05.123+09:00", "2006-01-02 15:04:05"},
-        {"2020-01-02T03:04:05+02:00", "2020-01-02 03:04:05"},
-        {"2006-01-02", "0000-00-00 00:00:00"}, // fewer than 11 bytes
-        {"2006-01-02T", "2006-01-02 00:00:00"}, {"2006-01-02T15:04", "2006-01-02 00:00:00"},
-    };
-    for (const auto &c : cases) {
-        data_t t = data_from_pointer(c.text, strlen(c.text));
-        EXPECT_EQ(show(date_parse_rfc3339(&t)), c.expected) << c.text;
+TEST(Dates, ReadersStayInsideAnyText) {
+    // Every prefix of a long date, each in a buffer of its exact size.
+    for (std::string full : {"Mon, 02 Jan 2006 15:04:05 +0100", "2006-01-02T15:04:05.123-09:30"}) {
+        for (size_t n = 0; n <= full.size(); n++) {
+            std::vector<u8> exact(full.begin(), full.begin() + n);
+            data_t t = {exact.size(), exact.size(), exact.empty() ? nullptr : exact.data()};
+            date_parse_feed(&t);
+            date_from_file_text(&t);
+        }
+    }
+    // Long texts: no date, or the date behind the spaces.
+    const std::string cases[] = {std::string(10000, '9'),
+                                 std::string("2024-05-01T10:00:00.").append(10000, '1').append("Z"),
+                                 std::string("02 Jan 2006 15:04 +").append(10000, '0'),
+                                 std::string(10000, ' ').append("2024-05-01"),
+                                 "\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF", "01 Feb 2006 10:00:00 ~9999"};
+    const char *expected[] = {"0000-00-00 00:00:00", "2024-05-01 10:00:00", "0000-00-00 00:00:00",
+                              "2024-05-01 00:00:00", "0000-00-00 00:00:00", "0000-00-00 00:00:00"};
+    for (size_t i = 0; i < std::size(cases); i++) {
+        data_t t = data_from_pointer(cases[i].data(), cases[i].size());
+        EXPECT_EQ(show(date_parse_feed(&t)), expected[i]) << cases[i].substr(0, 40);
     }
 }
 

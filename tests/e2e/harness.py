@@ -4,6 +4,7 @@ read back with `tidewrack-tool dump`. Every wait fails saying what it waited for
 """
 import json
 import os
+import platform
 import shutil
 import signal
 import subprocess
@@ -17,7 +18,9 @@ SELECTED_FEED = (0, 122, 204)      # a selected feed's block, (0, 0.48, 0.8)
 SELECTED_ENTRY = (201, 82, 0)      # a selected entry's row, (0.79, 0.32, 0)
 BLOCK = (63, 63, 68)               # a feed's block in the left panel, (0.25, 0.25, 0.27)
 WHITE = (255, 255, 255)            # text boxes
-HOLD = 0.25                        # seconds a key or button is held, and between two
+# The system calls in which a thread waits for input: poll, select, epoll_wait,
+# pselect6, ppoll, epoll_pwait.
+WAITING_CALLS = {"aarch64": {"22", "72", "73"}}.get(platform.machine(), {"7", "23", "232", "270", "271", "281"})
 
 
 class Failure(Exception):
@@ -52,9 +55,10 @@ class Display:
         read_end, write_end = os.pipe()
         self.process = subprocess.Popen(
             # -noreset: without it the server resets when its last client leaves, and a
-            # program started during the reset finds no display
+            # program started during the reset finds no display; -r: no auto-repeat, so
+            # that a key stays down, with one press, until the program has seen it
             ["Xvfb", "-displayfd", str(write_end), "-screen", "0", "%dx%dx24" % (width, height), "-nolisten", "tcp",
-             "-noreset"],
+             "-noreset", "-r"],
             pass_fds=(write_end,), stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         os.close(write_end)
         with os.fdopen(read_end, "rb") as f:
@@ -109,24 +113,65 @@ class Program:
         found = self.display.xdotool("search", "--onlyvisible", "--class", "tidewrack").split()
         return found[0] if found else None
 
-    # A key or button stays down for a moment, as from a hand: the program
-    # sees the press and the release in different frames.
+    def _main_thread(self, name):
+        if self.process.poll() is not None:
+            raise Failure("the program ended (status %d): %s" % (self.process.returncode,
+                                                                 self.process.stderr.read()[-3000:]))
+        with open("/proc/%d/task/%d/%s" % (self.process.pid, self.process.pid, name)) as f:
+            return f.read()
+
+    def _sleeps(self):
+        """How often the main thread has gone to sleep so far."""
+        status = self._main_thread("status")
+        return int(status.split("voluntary_ctxt_switches:")[1].split()[0])
+
+    def _unread(self):
+        """Bytes that wait on the program's sockets (its X connection) unread."""
+        inodes = set()
+        for fd in os.listdir("/proc/%d/fd" % self.process.pid):
+            try:
+                target = os.readlink("/proc/%d/fd/%s" % (self.process.pid, fd))
+            except OSError:
+                continue
+            if target.startswith("socket:["):
+                inodes.add(target[8:-1])
+        rows = [line.split() for line in run(["ss", "-xn"]).stdout.splitlines()[1:]]
+        return sum(int(row[2]) for row in rows if len(row) >= 6 and row[5] in inodes)
+
+    def _send(self, *args):
+        """Input through xdotool; the request that follows it is answered
+        only after the server has handled the input, so the program's events
+        are on its connection when this returns. Then waits until the program
+        has taken them: its main thread has woken, read all of its
+        connection, and waits for input again. So a press and its release
+        reach the program in different frames however long a frame takes."""
+        sleeps = self._sleeps()
+        # ("type" takes every argument behind it as text; its closing of the
+        # display waits for the server all the same.)
+        self.display.xdotool(*(args if args[0] == "type" else args + ("getmouselocation",)))
+        state = {}
+
+        def taken():
+            state.update(sleeps=self._sleeps() - sleeps, call=self._main_thread("syscall").split()[0],
+                         unread=self._unread())
+            return state["sleeps"] > 0 and state["call"] in WAITING_CALLS and state["unread"] == 0
+        try:
+            wait_for("the program to take the input", taken, timeout=60, step=0.02)
+        except Failure:
+            raise Failure("the program did not take %s: %r" % (" ".join(map(str, args)), state))
+
     def key(self, *keys):
         for k in keys:
-            self.display.xdotool("keydown", k)
-            time.sleep(HOLD)
-            self.display.xdotool("keyup", k)
-            time.sleep(HOLD)
+            self._send("keydown", k)
+            self._send("keyup", k)
 
     def type(self, text):
-        self.display.xdotool("type", "--delay", 30, text)
-        time.sleep(HOLD)
+        self._send("type", "--delay", 30, text)
 
     def click(self, x, y):
         """x, y from the window's top left."""
         for args in (("mousemove", "--window", self.window, x, y), ("mousedown", 1), ("mouseup", 1)):
-            self.display.xdotool(*args)
-            time.sleep(HOLD)
+            self._send(*args)
 
     def screenshot(self, path):
         if self.process.poll() is not None:
@@ -282,7 +327,7 @@ def main(sessions):
     if len(sys.argv) != 4 or sys.argv[3] not in sessions:
         print("usage: e2e.py PROGRAM TOOL SESSION (%s)" % ", ".join(sorted(sessions)), file=sys.stderr)
         return 2
-    for needed in ("Xvfb", "xdotool", "xprop", "import", "convert"):
+    for needed in ("Xvfb", "xdotool", "xprop", "import", "convert", "ss"):
         if not shutil.which(needed):
             print("missing %s: scripts/deps.sh test installs it" % needed, file=sys.stderr)
             return 1

@@ -5,6 +5,7 @@
 
 #include "base/dates.h"
 #include "base/text.h"
+#include "feed/feed.h"
 
 namespace {
 
@@ -44,7 +45,8 @@ TEST_F(entry_test_t, rss_header_lines) {
         {"date and author", date, "Alice", "g", "http://a/1", 0, "2:Title\n0:" + d + "|0: - |0:Alice|0: - |0:Open article\n"},
         {"author alone", {}, "Alice", "", "", 1, "2:Title\n0:Alice\n"},
         {"date alone", date, "", "", "", 1, "2:Title\n0:" + d + "\n"},
-        {"perma-link flag without guid", {}, "", "", "http://a/1", 1, "2:Title\n"},
+        {"no guid: the link", {}, "", "", "http://a/1", 1, "2:Title|2: - |2:Open article\n"},
+        {"a guid that is no address, no link", {}, "", "1559104147038", "", 1, "2:Title\n"},
     };
     feed_t *feed = r.rss_feed("http://example.org/feed", "Feed");
     for (const row_t &row : rows) {
@@ -92,7 +94,7 @@ TEST_F(entry_test_t, the_link_carries_its_address_and_reads_as_the_configuration
     r.reader.link_configurations[0].queue_links = 1;
     select(feed, entry);
     layout_t layout = frame();
-    EXPECT_EQ(joined(lines(&layout)), "2:Title|2: - |2:Queue article\n1:summary\n");
+    EXPECT_EQ(joined(lines(&layout)), "2:Title|2: - |2:Queue article\n1:content\n"); // the whole article
     // A click queues the alternate link.
     click(centre(find_string(&layout, "Queue article")->string.segments[0].rect));
     EXPECT_EQ(text_of(r.reader.link_configurations[0].queued_links).find("http://a/alternate"), 0u);
@@ -126,6 +128,26 @@ TEST_F(entry_test_t, the_enclosure_line_and_its_picture) {
         meta->flags = row.flags;
         EXPECT_EQ(header(feed, entry), "2:Title\n" + row.expected) << row.url;
     }
+}
+
+TEST_F(entry_test_t, a_blog_item_shows_its_whole_article_and_author_and_opens_its_link) {
+    // As every WordPress feed writes it: content:encoded, dc:creator, no guid.
+    const std::string document =
+        "<rss xmlns:content=\"http://purl.org/rss/1.0/modules/content/\" xmlns:dc=\"http://purl.org/dc/elements/1.1/\">"
+        "<channel><title>Blog</title><item><title>Post</title><link>https://blog.example/post</link>"
+        "<dc:creator><![CDATA[Ann]]></dc:creator><description>Short</description>"
+        "<content:encoded><![CDATA[<p>Whole</p>]]></content:encoded></item></channel></rss>";
+    data_t d = view_of(document), url = data_literal("https://blog.example/feed");
+    feed_t *feed = feed_parse(&r.frame_memory, &r.reader, &d, &url, nullptr);
+    ASSERT_TRUE(feed && feed->entry_count == 1);
+    reader_new_meta(&r.reader, feed);
+    entry_t *entry = reader_get_entry_by_id(&r.reader, feed->id, r.reader.last_entry_id);
+    r.reader.link_configurations[0].queue_links = 1;
+    select(feed, entry);
+    layout_t layout = frame();
+    EXPECT_EQ(joined(lines(&layout)), "2:Post\n0:Ann|0: - |0:Queue article\n1:Whole\n");
+    click(centre(find_string(&layout, "Queue article")->string.segments[0].rect));
+    EXPECT_EQ(text_of(r.reader.link_configurations[0].queued_links).find("https://blog.example/post"), 0u);
 }
 
 } // namespace
