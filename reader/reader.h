@@ -489,13 +489,16 @@ bool feed_is_deleted(const feed_t *feed);
 void reader_delete_entry(reader_t *reader, entry_t *entry, feed_t *feed);
 void reader_delete_atom_links(reader_t *reader, void *owner, u32 owner_kind);
 void reader_delete_feed(reader_t *reader, feed_t *feed);
-// Removes every marked feed and every marked entry.
+// Removes every marked feed and every marked entry, then sorts every feed.
 void reader_purge_deleted(reader_t *reader);
 
 // ---- order and walks ------------------------------------------------------------------------
 // Exchange sort of the feed's entries by date, newest first unless the meta
 // record asks for oldest first; records move between slots.
 void reader_sort_feed(reader_t *reader, feed_t *feed);
+// Every feed sorted: after a load, a purge and the squeeze of a save, which
+// move records between slots.
+void reader_sort_all(reader_t *reader);
 // Walks in slot order, filtered by generation range (inclusive) and flags.
 entry_t *reader_first_entry(reader_t *reader, feed_t *feed, u32 minimum, u32 maximum, u32 required, u32 allowed);
 entry_t *reader_last_entry(reader_t *reader, feed_t *feed, u32 minimum, u32 maximum, u32 required, u32 allowed);

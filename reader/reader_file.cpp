@@ -89,6 +89,7 @@ static void reader_write_file(reader_t *reader, data_t *frame_memory, const data
     reader_collect_categories(reader);
     reader_collect_persons(reader);
     reader_squeeze_pools(reader);
+    reader_sort_all(reader); // the squeeze moved records from the end into holes
     reader_compact(reader);
     reader_renumber_generations(reader, frame_memory);
     reader_renumber_ids(reader, frame_memory);
@@ -540,6 +541,7 @@ void reader_read(reader_t *reader, const data_t *path, u32 *error) {
     }
     reader_rebase(reader);
     reader_audit_after_check(reader);
+    reader_sort_all(reader); // a file of an older version may hold feeds out of order
 }
 
 // ---- loading ----------------------------------------------------------------------------------
