@@ -397,7 +397,8 @@ void draw_menu_left(app_context *context, reader_t *reader, vec4 rect) {
         x += size.x + 2;
     }
 
-    if (key_went_down(window, key_h)) {
+    // Like the other letter keys, H leaves a field being edited alone.
+    if (!any_active && key_went_down(window, key_h)) {
         state->show_empty = !state->show_empty;
         if (state->selected_feed && state->selected_feed->entry_count == 0) {
             state->selected_feed = nullptr;

@@ -96,8 +96,6 @@ def add_by_typing(p, url):
     p.key("End", "shift+Home")  # the field keeps its last text: select it, typing replaces it
     p.type(url)
     p.key("Return", "Escape")  # Escape leaves the field, so that the list's keys act again
-    if url.lower().count("h") % 2:
-        p.key("h")  # H toggles "Show empty" even when typed into a field: toggle it back
 
 
 def blocks(p, count):
