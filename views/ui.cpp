@@ -47,6 +47,14 @@ void view_selection_changed(app_context *context) {
     }
 }
 
+// A key, a button or the wheel acted in this frame, or text came in.
+static bool window_input_seen(const window_t *window) {
+    if (window->wheel != 0 || window->text_count != 0) return true;
+    for (u32 key = key_left_button; key < sizeof(window->keys); key++)
+        if (window->keys[key] & ~1u) return true; // a transition or a repeat
+    return false;
+}
+
 void draw_window_content(app_context *context, reader_t *reader) {
     ui_t *ui = context->ui;
     ui_frame_start(ui);
@@ -71,6 +79,9 @@ void draw_window_content(app_context *context, reader_t *reader) {
     draw_menu_right(context, reader, vec4{right.x, right_cut, right.z, right.w});
     draw_right_panel(context, reader, vec4{right.x, right.y, right.z, right_cut});
     ui_apply_cursor(ui);
+    // What input changed may have been drawn before the change (the menu's
+    // count before the links panel's "X"): one more frame shows it.
+    if (window_input_seen(context->window)) context->view_state->redraw_requested = 1;
 }
 
 void draw_right_panel(app_context *context, reader_t *reader, vec4 rect) {
