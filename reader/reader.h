@@ -541,7 +541,8 @@ enum : u32 { // reader file errors; the file layer's own codes are below 0x100
 // system's code of the reason in *system_error (when given; 0 when the system
 // named none). The reader in memory is unharmed either way. Saving compacts
 // and renumbers the reader: ids, generations and slots change.
-bool reader_save(reader_t *reader, const data_t *user_folder, data_t *frame_memory, u32 *system_error = nullptr);
+bool reader_save(reader_t *reader, const data_t *user_folder, data_t *frame_memory, u32 *system_error = nullptr,
+                 data_t *saved_path = nullptr);
 // Reads the newest snapshot of the folder into a reader fresh from
 // reader_init. No folder or no snapshot leaves the reader empty. A file that
 // can't be read leaves its code in *error and its path in *path (a view into

@@ -128,11 +128,12 @@ static void menu_save(app_context *context, reader_t *reader) {
         data_t selected_guid = entry_get_guid(state->selected_entry);
         if (selected_guid.used <= guid.reserved) data_push_data(&guid, &selected_guid, 1);
     }
-    if (!reader_save(reader, &context->user_folder, &context->frame_memory)) {
-        log_string(log_user, log_channel(log_user)->data.used ? "\n\n" : "");
-        log_string(log_user, "The reader could not be saved in ");
-        log_data(log_user, &context->user_folder);
-    }
+    u8 path_bytes[view_text_field_size + 64];
+    data_t path = {sizeof(path_bytes), 0, path_bytes};
+    bool saved = reader_save(reader, &context->user_folder, &context->frame_memory, nullptr, &path);
+    log_string(log_user, log_channel(log_user)->data.used ? "\n\n" : "");
+    log_string(log_user, saved ? "Saved " : "The reader could not be saved in ");
+    log_data(log_user, saved && path.used ? &path : &context->user_folder);
     feed_t *feed = keep_feed ? reader_get_feed_by_url(reader, &url) : nullptr;
     entry_t *entry = feed && guid.used ? reader_get_entry_by_guid(reader, feed->id, &guid) : nullptr;
     state->selected_feed = feed;

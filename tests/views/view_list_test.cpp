@@ -308,6 +308,7 @@ TEST_F(list_test_t, SavingKeepsTheSelection) {
     press(0x77); // F8 saves, then shows the log
     EXPECT_EQ(selection(), "C/c2");
     EXPECT_EQ(state.panel, (u32)panel_log);
+    EXPECT_NE(text_of(log_channel(log_user)->data).find("Saved " + folder + "/feed_data_"), std::string::npos);
     std::filesystem::remove_all(folder);
 }
 
