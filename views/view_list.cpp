@@ -20,6 +20,8 @@ constexpr f32 list_bar_gap = 2;
 constexpr f32 list_context = 160; // rows of context kept around a selection moved by keys
 constexpr f32 list_wheel_step = 20 * 3;
 
+constexpr f32 list_heading_height = 20; // the line naming the generations shown
+constexpr vec4 list_note_colour = {0.75f, 0.75f, 0.75f, 1};
 constexpr vec4 list_block_colour = {0.25f, 0.25f, 0.27f, 1};
 constexpr vec4 list_row_colours[2] = {{0.35f, 0.35f, 0.35f, 1}, {0.45f, 0.45f, 0.45f, 1}};
 constexpr vec4 list_selected_feed_colour = {0, 0.48f, 0.8f, 1};
@@ -479,10 +481,63 @@ static void list_label(app_context *context, vec4 rect, bool deleted, bool updat
     arena->used = mark;
 }
 
+// "Generation 7", "Generations 3 to 7" or "All generations", into `text`;
+// true for the last.
+static bool list_range_name(reader_t *reader, const view_state_t *state, data_t *text, bool lower) {
+    u32 required, allowed;
+    view_list_entry_filter(state->list_filter, &required, &allowed);
+    u32 minimum = state->generation_minimum, maximum = state->generation_maximum;
+    u32 first = reader_next_generation(reader, 0, required, allowed);
+    u32 last = reader_previous_generation(reader, reader->generation + 1, required, allowed);
+    if (minimum != maximum && minimum <= first && maximum >= last) {
+        data_push_c_string(text, lower ? "all generations" : "All generations");
+        return true;
+    }
+    data_push_c_string(text, lower ? "generation" : "Generation");
+    if (minimum != maximum) data_push_c_string(text, "s");
+    data_push_c_string(text, " ");
+    data_push_number(text, minimum, 0, ' ', 0);
+    if (minimum != maximum) {
+        data_push_c_string(text, " to ");
+        data_push_number(text, maximum, 0, ' ', 0);
+    }
+    return false;
+}
+
+// Above the list: the generations it shows.
+static void list_draw_heading(app_context *context, reader_t *reader, vec4 rect) {
+    if (reader->feeds.entry_count == 0) return; // nothing was ever fetched
+    u8 bytes[64];
+    data_t text = {sizeof(bytes), 0, bytes};
+    list_range_name(reader, context->view_state, &text, false);
+    vec4 box = {rect.x + list_margin + 1, rect.y, rect.z - list_margin, rect.w};
+    view_text_fitted(context, context->ui->text, box, text, view_font_small, list_note_colour);
+}
+
+// Under the last block, when the range holds nothing that the filter shows.
+static void list_draw_nothing(app_context *context, reader_t *reader, vec4 rect, f32 top) {
+    const view_state_t *state = context->view_state;
+    u8 bytes[96];
+    data_t text = {sizeof(bytes), 0, bytes};
+    data_push_c_string(&text, state->list_filter == list_filter_deleted ? "Nothing deleted in " : "Nothing new in ");
+    bool all = list_range_name(reader, state, &text, true);
+    data_push_c_string(&text, ".");
+    vec4 line = {rect.x + list_margin + 1, top - list_row_height, rect.z - list_margin, top};
+    view_text_fitted(context, context->ui->text, line, text, view_font_normal, list_note_colour);
+    if (all) return;
+    data_t hint = data_literal("Press A, or click All, to show every generation.");
+    line = rect_move(line, 0, -list_row_height);
+    view_text_fitted(context, context->ui->text, line, hint, view_font_normal, list_note_colour);
+}
+
 void draw_left_panel(app_context *context, reader_t *reader, vec4 rect) {
     PROFILE_SCOPE(draw_left_panel);
     ui_t *ui = context->ui;
     view_state_t *state = context->view_state;
+    view_set_clip(context, rect);
+    list_draw_heading(context, reader, vec4{rect.x, rect.w - list_heading_height, rect.z, rect.w});
+    rect.w -= list_heading_height;
+    if (rect.w < rect.y) rect.w = rect.y;
     view_set_clip(context, rect);
     // A row pressed and gone before its release (an update replaced it)
     // would hold the list's keys for ever: the press ends with the button.
@@ -571,6 +626,7 @@ void draw_left_panel(app_context *context, reader_t *reader, vec4 rect) {
         }
         top = next_top;
     }
+    if (stats.entry_count == 0 && reader->feeds.entry_count > 0) list_draw_nothing(context, reader, rect, top);
     if (selected_block) gl_batch_recolour(shapes, selected_block, nullptr, list_selected_feed_colour);
     if (selected_row) gl_batch_recolour(shapes, selected_row, nullptr, list_selected_entry_colour);
 }

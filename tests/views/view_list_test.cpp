@@ -196,6 +196,31 @@ TEST_F(list_test_t, GenerationButtonsAndKeys) {
     EXPECT_EQ(state.generation_maximum, 3u);
 }
 
+TEST_F(list_test_t, TheHeadingNamesTheRangeAndAnEmptyRangeSaysSo) {
+    c2->generation = 2;
+    r.reader.generation = 3;
+    struct {
+        u32 minimum, maximum;
+        const char *heading, *nothing;
+    } rows[] = {
+        {3, 3, "Generation 3", "Nothing new in generation 3."},
+        {2, 3, "Generations 2 to 3", nullptr},
+        {1, 2, "All generations", nullptr},
+        {1, 3, "All generations", nullptr},
+    };
+    for (const auto &row : rows) {
+        state.generation_minimum = row.minimum, state.generation_maximum = row.maximum;
+        frame();
+        EXPECT_TRUE(find_text(row.heading)) << row.heading;
+        EXPECT_EQ(find_text("Nothing new"), row.nothing != nullptr) << row.heading;
+        if (row.nothing) EXPECT_TRUE(find_text(row.nothing) && find_text("Press A, or click All"));
+    }
+    state.list_filter = list_filter_deleted;
+    state.generation_minimum = 1, state.generation_maximum = 3;
+    frame();
+    EXPECT_TRUE(find_text("Nothing deleted in generations 1 to 3."));
+}
+
 TEST_F(list_test_t, AnEmptyReaderTakesEveryKey) {
     for (feed_t *feed : {a, b, c}) reader_delete_feed(&r.reader, feed);
     r.reader.generation = 0;
