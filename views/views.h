@@ -36,6 +36,10 @@ void draw_window_content(app_context *context, reader_t *reader);
 void draw_right_panel(app_context *context, reader_t *reader, vec4 rect);
 // The eight buttons of the right menu with their keys F1 to F8.
 void draw_menu_right(app_context *context, reader_t *reader, vec4 rect);
+// The height of a menu for a side of `width`: one row of buttons, or more
+// when the side is too narrow for them.
+f32 view_menu_right_height(app_context *context, reader_t *reader, f32 width);
+f32 view_menu_left_height(app_context *context, f32 width);
 // The content panel comes back, the article is parsed afresh, and a feed
 // selected alone fills the address field.
 void view_selection_changed(app_context *context);

@@ -337,6 +337,39 @@ TEST_F(list_test_t, SavingKeepsTheSelection) {
     std::filesystem::remove_all(folder);
 }
 
+TEST_F(list_test_t, SmallWindowsKeepEveryControlInReach) {
+    for (vec2 size : {vec2{800, 500}, vec2{600, 400}}) {
+        frame({os_window_event_t{.kind = os_input_resized, .x = (i32)size.x, .y = (i32)size.y}});
+        state.panel = panel_help, state.show_empty = 0, state.help_scroll = {0, 0};
+        frame();
+        // The right side is never the narrower; every label stands whole in the window.
+        EXPECT_GE(on_text("Help").x, size.x / 2) << size.x;
+        for (const char *label : {"Add feed", "Links", "Open queued links (0)", "Update all", "Update selected",
+                                  "Log", "Save", "All", "[+", "Show empty", "Feeds"}) {
+            drawn_text_t t;
+            ASSERT_TRUE(find_text(label, &t)) << label << " at " << size.x;
+            EXPECT_EQ(t.text, label) << "cut at " << size.x;
+            EXPECT_LE(t.position.x + text_width(label, t.font), size.x) << label << " at " << size.x;
+        }
+        click(on_text("Show empty"));
+        EXPECT_EQ(state.show_empty, 1u);
+        // The help scrolls with the wheel, so nothing of it is out of reach.
+        frame({move(vec2{size.x - 100, size.y / 2}), os_window_event_t{.kind = os_input_wheel, .wheel = -1}});
+        EXPECT_GT(state.help_scroll.y, 0) << size.x;
+        click(on_text("Log"));
+        EXPECT_EQ(state.panel, (u32)panel_log);
+        // The log follows its end until the wheel takes it back.
+        for (int i = 0; i < 60; i++) log_string(log_user, "a line of the log\n");
+        frame();
+        f32 end = state.log_scroll.y;
+        EXPECT_GT(end, 0);
+        frame({move(vec2{size.x - 100, size.y / 2}), os_window_event_t{.kind = os_input_wheel, .wheel = 1}});
+        EXPECT_LT(state.log_scroll.y, end);
+        EXPECT_EQ(state.log_auto_scroll, 0u);
+        state.log_auto_scroll = 1;
+    }
+}
+
 TEST_F(list_test_t, TinyWindowsDrawEveryPanel) {
     select(a, a1);
     for (vec2 size : {vec2{1, 1}, vec2{40, 30}, vec2{300, 120}, vec2{700, 90}}) {
