@@ -10,6 +10,7 @@ import os
 import signal
 import subprocess
 import sys
+import tempfile
 import time
 import urllib.request
 
@@ -194,6 +195,19 @@ def near(pixel, colour, tolerance=3):
     return all(abs(pixel[k] - colour[k]) <= tolerance for k in range(3))
 
 
+def settled(p, name):
+    """The window once two screenshots in a row agree: every frame the last input asked for is drawn."""
+    path = os.path.join(tempfile.gettempdir(), "tidewrack_e2e_%d_%s" % (os.getpid(), name))
+    last = [p.screenshot(path)]
+
+    def same():
+        image = p.screenshot(path)
+        if image.pixels == last[0].pixels:
+            return image
+        last[0] = image
+    return wait_for("the window to settle", same, step=0.3)
+
+
 def grey_runs(image, x, top):
     """Vertical runs of a button's grey fill in column x, below `top`."""
     return [r for r in image.runs(x, (BUTTON,), top=top) if r[1] - r[0] >= 10]
@@ -224,12 +238,11 @@ def queue(s):
     check(len(buttons) >= 5, "the X buttons of four rows: %r" % buttons)
     first_x = buttons[1]
     p.click(right - 4, (first_x[0] + first_x[1]) // 2)
-    still = p.screenshot(os.path.join(s.temp, "after_x.png"))
+    p.wait_drawn("one row less after X", lambda i: len(grey_runs(i, right - 4, executable[1])) == len(buttons) - 1)
+    still = settled(p, "after_x.png")
     s.display.xdotool("mousemove_relative", "1", "0")
-    time.sleep(0.5)
-    moved = p.screenshot(os.path.join(s.temp, "after_move.png"))
+    moved = settled(p, "after_move.png")
     check(still.pixels == moved.pixels, "the frame after X showed the old count until the pointer moved")
-    check(len(grey_runs(still, right - 4, executable[1])) == len(buttons) - 1, "one row less after X")
 
     bar_x = image.width - 10
     check(any(near(image.pixel(bar_x, 100), c) for c in (BUTTON, SCROLL_TRACK)), "no scroll bar at the right edge")
