@@ -243,7 +243,8 @@ TEST(ReaderFile, PurgeAndSaveLeaveFeedsSorted) {
     for (int i = 0; i < 7; i++) {  // created unsorted, another feed's entries between
         date_t d = days[i] ? make_date(2024, 1, days[i]) : date_t{};
         a.rss_entry(feed, "d" + std::to_string(days[i]) + "-" + std::to_string(i), "g" + std::to_string(i), d);
-        others.push_back(a.rss_entry(other, "d" + std::to_string(days[i]) + "-o" + std::to_string(i), "o" + std::to_string(i), d));
+        others.push_back(
+            a.rss_entry(other, "d" + std::to_string(days[i]) + "-o" + std::to_string(i), "o" + std::to_string(i), d));
     }
     auto days_of = [](test_reader_t &t, const std::string &url) {
         data_t address = view_of(url);
