@@ -156,6 +156,12 @@ bool image_query_request_size(image_query_t *slot, u32 target_width, u32 target_
 
 // ---- the workers ----------------------------------------------------------------------------
 
+const char *image_query_error_name(u32 error) {
+    if (error == image_error_undecodable) return "image_error_undecodable";
+    if (error == image_error_too_large) return "image_error_too_large";
+    return http_error_name(error);
+}
+
 void image_query_work(void *argument) {
     image_query_t *slot = (image_query_t *)argument;
     assert_true(image_query_state(slot) == image_state_fetching);
@@ -183,14 +189,17 @@ void image_query_work(void *argument) {
     }
 
     // Whatever came is tried as a picture; a body that is none (a 404 page,
-    // an unknown format, a cut file) leaves the slot fetching for good.
+    // an unknown format, a cut file) fails the slot with the reason.
     u8 *decoded = nullptr;
     int width = 0, height = 0, components = 0;
+    u32 body_error = image_error_undecodable;
     if (block.used > 0 && block.used < 0x7FFFFFFF) {
         int length = (int)block.used;
-        bool fits = stbi_info_from_memory(block.bytes, length, &width, &height, &components) && width > 0 &&
-                    height > 0 && (u32)width <= image_query_max_side && (u32)height <= image_query_max_side &&
+        bool known = stbi_info_from_memory(block.bytes, length, &width, &height, &components) && width > 0 &&
+                     height > 0;
+        bool fits = known && (u32)width <= image_query_max_side && (u32)height <= image_query_max_side &&
                     (u64)width * (u64)height <= image_query_max_pixels;
+        if (known && !fits) body_error = image_error_too_large;
         if (fits) {
             stbi_set_flip_vertically_on_load_thread(1);
             // Grey with alpha has no texture form that draws as grey: it
@@ -209,8 +218,10 @@ void image_query_work(void *argument) {
         slot->components = (u8)components;
         slot->texture = 0;
         image_query_set_state(slot, image_state_decoded);
-    } else if (decoded) {
-        stbi_image_free(decoded);
+    } else {
+        if (decoded) stbi_image_free(decoded);
+        slot->error = body_error;
+        image_query_set_state(slot, image_state_fetch_failed);
     }
     image_query_hand_back(slot);
 }

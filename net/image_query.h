@@ -5,8 +5,9 @@
 //
 // A slot goes 0 free -> 1 fetching (main thread) -> 2 decoded (worker) -> 3
 // scaling (the view) -> 4 ready (worker); 1 -> 5 when the fetch failed, 3 ->
-// 6 when scaling failed, 3 -> 7 when no size was asked for. A picture that
-// the decoder refuses stays at 1. The `state` word hands a slot over, as for
+// 6 when scaling failed, 3 -> 7 when no size was asked for. A body that is
+// no picture the decoder takes fails as a fetch does (5), with an error of
+// its own. The `state` word hands a slot over, as for
 // the feed queries; `busy` says a worker still holds it, and such a slot is
 // never evicted nor released under the worker.
 #pragma once
@@ -26,6 +27,14 @@ enum : u32 {
     image_state_scale_failed = 6,
     image_state_no_size = 7,
 };
+
+// Errors of a fetched body, beside the http_error_* of the fetch itself.
+enum : u32 {
+    image_error_undecodable = 0x100, // a 404 page, an unknown format, a cut file, an empty body
+    image_error_too_large = 0x101,   // the header announces more pixels or a longer side than allowed
+};
+// The name of a slot's error: the fetch's http_error_* name, or the body's.
+const char *image_query_error_name(u32 error);
 
 constexpr u32 image_query_slot_count = 1024;
 constexpr u64 image_query_default_size = 0x500000; // body block when the server gives no length
@@ -47,7 +56,7 @@ struct image_query_t {
     u32 target_width, target_height; // 0: follow the other and keep proportions
     u64 last_used;     // counter reading of the last lookup
     u32 remove_requested; // the entry went away while a worker held the slot
-    u32 error;            // http_error_* of a failed fetch
+    u32 error;            // http_error_* of a failed fetch, or image_error_*
     u32 busy;             // a worker holds the slot; acquire/release
     f32 layout_height;    // the article view's: height of the placeholder text
     u64 last_frame;       // the cache's frame number at the view's last look

@@ -218,13 +218,17 @@ void reader_purge_deleted(reader_t *reader) {
         assert_message(walked == expected, "A feed's entry count disagrees with its entries.");
     }
     assert_message(feeds_seen == feed_count, "The feed pool's count disagrees with its records.");
+    reader_sort_all(reader);
 }
 
 // ---- order ------------------------------------------------------------------------------------
 
+// The date an entry sorts by: RSS pubDate; Atom published, else updated,
+// the date the entry view shows for it.
 static u64 reader_entry_date_number(const entry_t *entry) {
-    return entry_get_type(entry) == reader_type_rss ? date_to_number(entry->rss.pub_date)
-                                                    : date_to_number(entry->atom.published);
+    if (entry_get_type(entry) == reader_type_rss) return date_to_number(entry->rss.pub_date);
+    const date_t *date = date_is_empty(&entry->atom.published) ? &entry->atom.updated : &entry->atom.published;
+    return date_to_number(*date);
 }
 
 void reader_sort_feed(reader_t *reader, feed_t *feed) {
@@ -414,4 +418,15 @@ feed_t *reader_next_feed(reader_t *reader, feed_t *feed, bool show_empty, u32 mi
             return other;
     }
     return nullptr;
+}
+
+void reader_sort_all(reader_t *reader) {
+    pool_t *feeds = &reader->feeds;
+    u32 seen = 0;
+    for (u32 f = 0; f < feeds->max_entry_count && seen < feeds->entry_count; f++) {
+        feed_t *feed = (feed_t *)pool_entry(feeds, sizeof(feed_t), f);
+        if (!feed_is_valid(feed)) continue;
+        seen++;
+        reader_sort_feed(reader, feed);
+    }
 }

@@ -390,13 +390,16 @@ bool feed_is_deleted(const feed_t *feed);
 void reader_delete_entry(reader_t *reader, entry_t *entry, feed_t *feed);
 void reader_delete_atom_links(reader_t *reader, void *owner, u32 owner_kind);
 void reader_delete_feed(reader_t *reader, feed_t *feed);
-// Removes every marked feed and every marked entry.
+// Removes every marked feed and every marked entry, then sorts every feed.
 void reader_purge_deleted(reader_t *reader);
 
 // ---- order and walks ------------------------------------------------------------------------
 // Exchange sort of the feed's entries by date, newest first unless the meta
 // record asks for oldest first; records move between slots.
 void reader_sort_feed(reader_t *reader, feed_t *feed);
+// Every feed sorted: after a load, a purge and the squeeze of a save, which
+// move records between slots.
+void reader_sort_all(reader_t *reader);
 // Walks in slot order, filtered by generation range (inclusive) and flags.
 entry_t *reader_first_entry(reader_t *reader, feed_t *feed, u32 minimum, u32 maximum, u32 required, u32 allowed);
 entry_t *reader_last_entry(reader_t *reader, feed_t *feed, u32 minimum, u32 maximum, u32 required, u32 allowed);
@@ -439,7 +442,8 @@ enum : u32 { // reader file errors; the file layer's own codes are below 0x100
 // system's code of the reason in *system_error (when given; 0 when the system
 // named none). The reader in memory is unharmed either way. Saving compacts
 // and renumbers the reader: ids, generations and slots change.
-bool reader_save(reader_t *reader, const data_t *user_folder, data_t *frame_memory, u32 *system_error = nullptr);
+bool reader_save(reader_t *reader, const data_t *user_folder, data_t *frame_memory, u32 *system_error = nullptr,
+                 data_t *saved_path = nullptr);
 // Reads the newest snapshot of the folder into a reader fresh from
 // reader_init. No folder or no snapshot leaves the reader empty. A file that
 // can't be read leaves its code in *error and its path in *path (a view into

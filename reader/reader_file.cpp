@@ -89,6 +89,7 @@ static void reader_write_file(reader_t *reader, data_t *frame_memory, const data
     reader_collect_categories(reader);
     reader_collect_persons(reader);
     reader_squeeze_pools(reader);
+    reader_sort_all(reader); // the squeeze moved records from the end into holes
     reader_compact(reader);
     reader_renumber_generations(reader, frame_memory);
     reader_renumber_ids(reader, frame_memory);
@@ -270,7 +271,8 @@ static void reader_log_save_failure(u32 reason) {
     log_string(log_main, ".\n");
 }
 
-bool reader_save(reader_t *reader, const data_t *user_folder, data_t *frame_memory, u32 *system_error) {
+bool reader_save(reader_t *reader, const data_t *user_folder, data_t *frame_memory, u32 *system_error,
+                 data_t *saved_path) {
     u32 error = 0;
     u32 reason = 0;
     if (!directory_exists(user_folder, &error)) {
@@ -300,6 +302,8 @@ bool reader_save(reader_t *reader, const data_t *user_folder, data_t *frame_memo
     reader_write_file(reader, frame_memory, &path, &error, &reason);
     if (!error) reader_prune(user_folder, frame_memory);
     else reader_log_save_failure(reason);
+    if (!error && saved_path && path.used <= saved_path->reserved - saved_path->used)
+        data_push_data(saved_path, &path, 1);
     if (system_error) *system_error = error ? reason : 0;
     frame_memory->used = used_before;
     return error == 0;
@@ -536,6 +540,7 @@ void reader_read(reader_t *reader, const data_t *path, u32 *error) {
     }
     reader_rebase(reader);
     reader_audit_after_check(reader);
+    reader_sort_all(reader); // a file of an older version may hold feeds out of order
 }
 
 // ---- loading ----------------------------------------------------------------------------------

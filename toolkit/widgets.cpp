@@ -408,6 +408,10 @@ void ui_layout_scrollbars(vec2 *scroll, ui_t *ui, layout_t *layout, vec4 rect) {
                                     &layout->scroll_x, 20);
         scroll->x = layout->scroll_x;
     }
+    // A bar's release hands its hold to the bar; the layout owns the bars, so
+    // it lets go once the button is up, or the hold would block every widget.
+    bool held = ui->window && key_is_down(ui->window, key_left_button);
+    if (!held && ui_id_starts_with(ui->active, id)) ui_clear_active(ui);
     if (layout->state == layout_state_input) {
         // Content that shrank below its box goes back to the start.
         if (!vertical) scroll->y = 0;

@@ -224,10 +224,8 @@ void image_placeholder(layout_t *layout, const data_t *description, const data_t
     case image_state_fetch_failed:
         layout_push_colour(layout, view_error_colour);
         layout_string(layout, article_literal(" Loading error."));
-        if (slot->error < http_error_count) {
-            layout_string(layout, article_literal(" Code: "));
-            layout_string(layout, article_literal(http_error_name(slot->error)));
-        }
+        layout_string(layout, article_literal(" Code: "));
+        layout_string(layout, article_literal(image_query_error_name(slot->error)));
         layout_pop_colour(layout);
         break;
     case image_state_decoded:

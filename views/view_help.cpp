@@ -2,6 +2,7 @@
 // (also shown when nothing is selected) and the log of what the user must
 // see (channel 2), which opens by itself when a fetch fails.
 #include "base/log.h"
+#include "gfx/window.h"
 #include "views/view_helpers.h"
 
 // What a panel's layout may record; carved from the frame memory so that the
@@ -41,30 +42,39 @@ static const char help_text[] =
 static const char help_windows_note[] =
     "\n\nOn Windows 7 some feed won't load because the operating system doesn't provide TLS 1.3 support.";
 
+// The help text scrolls like the other panels: a small window cuts nothing off.
 void draw_help(app_context *context, reader_t *reader, vec4 rect) {
+    ui_t *ui = context->ui;
+    view_state_t *state = context->view_state;
     vec4 inner = {rect.x + 4, rect.y + 4, rect.z - 4, rect.w - 4};
     if (inner.z <= inner.x || inner.w <= inner.y) return;
     data_t arena = data_block_reserve(&context->frame_memory, help_layout_arena_size, 8);
-    layout_t layout = layout_create(&arena, context->ui->font_set, inner, 0, 0, layout_margin_t{4, 4, 4, 4});
-    layout_set_flags(&layout, layout_flag_keep_partial);
-    layout_set_font(&layout, view_font_title);
-    layout_set_line_box(&layout, 0, inner.z - inner.x, layout_line_drop_break_space);
-    layout_string_p(&layout, (const u8 *)help_title, sizeof(help_title) - 1);
-    layout_new_line(&layout);
-    layout_set_font(&layout, view_font_normal);
-    layout_string_p(&layout, (const u8 *)help_text, sizeof(help_text) - 1);
-    layout_new_line(&layout);
-    layout_push_colour(&layout, vec4{1, 0, 0, 1});
-    layout_string_p(&layout, (const u8 *)help_windows_note, sizeof(help_windows_note) - 1);
-    layout_pop_colour(&layout);
-    layout_new_line(&layout);
-    layout_finish(&layout);
-    layout_end(&layout, false);
-    // Laid out once, without passes: it is finished as it stands.
-    layout.state = layout_state_done;
-    ui_set_pass(context->ui, ui_pass_draw);
-    view_layout_render(context, context->view_state, &layout);
-    ui_set_pass(context->ui, ui_pass_all);
+    layout_t layout = layout_create(&arena, ui->font_set, inner, state->help_scroll.x, state->help_scroll.y,
+                                    layout_margin_t{4, 4, 4, 4});
+    while (layout_pass_start(&layout)) {
+        ui_set_pass_from_layout(ui, &layout);
+        if (!layout_is_recording(&layout)) ui_layout_scrollbars(&state->help_scroll, ui, &layout, inner);
+        if (layout_scroll_update(&layout, false)) continue;
+        layout_set_flags(&layout, layout_flag_keep_partial);
+        layout_set_font(&layout, view_font_title);
+        layout_set_line_box(&layout, 0, layout.width - layout.margin.left - layout.margin.right,
+                            layout_line_drop_break_space);
+        layout_string_p(&layout, (const u8 *)help_title, sizeof(help_title) - 1);
+        layout_new_line(&layout);
+        layout_set_font(&layout, view_font_normal);
+        layout_string_p(&layout, (const u8 *)help_text, sizeof(help_text) - 1);
+        layout_new_line(&layout);
+        layout_push_colour(&layout, vec4{1, 0, 0, 1});
+        layout_string_p(&layout, (const u8 *)help_windows_note, sizeof(help_windows_note) - 1);
+        layout_pop_colour(&layout);
+        layout_new_line(&layout);
+        layout_finish(&layout);
+    }
+    ui_set_pass(ui, ui_pass_all);
+    if (ui->text)
+        gl_batch_scissor(ui->text, true, (i32)layout.x, (i32)layout.y, (i32)layout.width, (i32)layout.height);
+    view_layout_render(context, state, &layout);
+    view_set_clip(context, rect);
 }
 
 void draw_log(app_context *context, reader_t *reader, vec4 rect) {
@@ -78,6 +88,10 @@ void draw_log(app_context *context, reader_t *reader, vec4 rect) {
     rect.w -= check_height + 4 + 5;
     if (rect.w <= rect.y || rect.z <= rect.x) return;
 
+    // The wheel turned up over the text, or a hold on its bar: the user reads
+    // back, and the automatic scroll lets go, as its check box then shows.
+    bool wheel_up = context->window->wheel > 0 && rect_contains_point(rect, ui->mouse) && !ui_any_active(ui);
+    if (wheel_up || ui_id_starts_with(ui->active, ui_id(&state->log_scroll))) state->log_auto_scroll = 0;
     constexpr f32 bottom_of_everything = 3.4028235e38f;
     if (state->log_auto_scroll) state->log_scroll.y = bottom_of_everything;
     log_channel_t *channel = log_channel(log_user);

@@ -77,7 +77,7 @@ bool links_queue_append(file_storage_t *storage, link_configuration_t *configura
 void view_open_link(app_context *context, reader_t *reader, const feed_t *feed, const data_t *link) {
     link_configuration_t *configuration = view_link_configuration(reader, feed);
     if (configuration->queue_links) links_queue_append(context->file_storage, configuration, link);
-    else link_open(link, configuration);
+    else if (!link_open(link, configuration)) view_show_log(context);
 }
 
 // UTF-16 units of the text, an invalid byte counting as one replacement.
@@ -141,12 +141,18 @@ static bool link_start(const link_configuration_t *configuration, const data_t *
     } else {
         started = os_process_start(argv);
         if (!started) {
+            // The user must learn what is missing: the handler or their executable.
             u32 code = os_last_error();
-            log_string(log_main, "Could not start ");
-            log_string(log_main, argv[0]);
-            log_string(log_main, ": ");
-            log_system_error(log_main, code);
-            log_string(log_main, "\n");
+            for (u32 channel : {(u32)log_main, (u32)log_user}) {
+                if (channel == log_user) log_string(log_user, log_channel(log_user)->data.used ? "\n\n" : "");
+                log_string(channel, "Link not opened: could not start ");
+                log_string(channel, argv[0]);
+                log_string(channel, ": ");
+                log_system_error(channel, code);
+                if (channel == log_main) log_string(log_main, "\n");
+            }
+            if (!configuration->executable.used)
+                log_string(log_user, ". Install xdg-utils, or set an executable in the links panel (F3).");
         }
     }
     scratch_block_give_back();
@@ -164,16 +170,19 @@ void links_clear_queue(file_storage_t *storage, link_configuration_t *configurat
     *queue = data_t{};
 }
 
-void links_open_queue(file_storage_t *storage, link_configuration_t *configuration, bool clear) {
-    if (!configuration->queue_links || !configuration->queued_links.used) return;
+bool links_open_queue(file_storage_t *storage, link_configuration_t *configuration, bool clear) {
+    if (!configuration->queue_links || !configuration->queued_links.used) return true;
     // A queue that could not be handed over stays, so no link is lost.
     bool started = link_start(configuration, &configuration->queued_links, true);
     if (clear && started) links_clear_queue(storage, configuration);
+    return started;
 }
 
 void links_open_all(app_context *context, reader_t *reader, bool clear) {
+    bool all_started = true;
     for (link_configuration_t &configuration : reader->link_configurations)
-        links_open_queue(context->file_storage, &configuration, clear);
+        all_started = links_open_queue(context->file_storage, &configuration, clear) && all_started;
+    if (!all_started) view_show_log(context);
 }
 
 void links_remove(link_configuration_t *configuration, const data_t *link) {
@@ -336,8 +345,9 @@ void draw_links(app_context *context, reader_t *reader, vec4 rect) {
                 }
                 ui_checkbox(ui, ui_id_child(id, 4), view_box_rect(check_box), &configuration->queue_links, queue_label,
                             font);
-                if (ui_button(ui, ui_id_child(id, 5), view_box_rect(open_all_button), open_all, font))
-                    links_open_queue(context->file_storage, configuration, false);
+                if (ui_button(ui, ui_id_child(id, 5), view_box_rect(open_all_button), open_all, font) &&
+                    !links_open_queue(context->file_storage, configuration, false))
+                    view_show_log(context);
                 if (ui_button(ui, ui_id_child(id, 6), view_box_rect(remove_all_button), remove_all, font)) {
                     links_clear_queue(context->file_storage, configuration);
                     layout_invalidate(&layout);
@@ -367,7 +377,8 @@ void draw_links(app_context *context, reader_t *reader, vec4 rect) {
                     vec4 text_rect = {row_rect.x + 2, row_rect.y, open_rect.x - 2, row_rect.w};
                     view_text_fitted(context, ui->text, text_rect, link, font, view_white);
                 }
-                if (ui_button(ui, ui_id_child(row_id, 1), open_rect, open, font)) link_open(&link, configuration);
+                if (ui_button(ui, ui_id_child(row_id, 1), open_rect, open, font) && !link_open(&link, configuration))
+                    view_show_log(context);
                 if (ui_button(ui, ui_id_child(row_id, 2), remove_rect, remove, font)) {
                     links_remove(configuration, &link);
                     layout_invalidate(&layout);

@@ -20,6 +20,8 @@ constexpr f32 list_bar_gap = 2;
 constexpr f32 list_context = 160; // rows of context kept around a selection moved by keys
 constexpr f32 list_wheel_step = 20 * 3;
 
+constexpr f32 list_heading_height = 20; // the line naming the generations shown
+constexpr vec4 list_note_colour = {0.75f, 0.75f, 0.75f, 1};
 constexpr vec4 list_block_colour = {0.25f, 0.25f, 0.27f, 1};
 constexpr vec4 list_row_colours[2] = {{0.35f, 0.35f, 0.35f, 1}, {0.45f, 0.45f, 0.45f, 1}};
 constexpr vec4 list_selected_feed_colour = {0, 0.48f, 0.8f, 1};
@@ -369,7 +371,42 @@ static void list_generation_action(reader_t *reader, view_state_t *state, u32 in
     }
 }
 
+// Where the left menu's widgets stand: the seven buttons in a row, then the
+// check box and the dropdown behind them, or in a second row when the side
+// is too narrow for one.
+struct menu_left_t {
+    data_t labels[7];
+    vec2 sizes[7];
+    vec2 check_size;
+    f32 drop_width, row_height;
+    u32 rows;
+};
+
 static const data_t list_filter_items[3] = {data_literal("Feeds"), data_literal("Deleted"), data_literal("Both")};
+
+static menu_left_t menu_left_measure(app_context *context, f32 width) {
+    ui_t *ui = context->ui;
+    const u32 font = view_font_normal;
+    menu_left_t menu = {};
+    f32 buttons = 0;
+    for (u32 i = 0; i < 7; i++) {
+        menu.labels[i] = data_t{0, string_length(list_buttons[i].label), (u8 *)list_buttons[i].label};
+        menu.sizes[i] = ui_button_size(ui, &ui_theme.button, menu.labels[i], font);
+        buttons += menu.sizes[i].x + 2;
+    }
+    menu.row_height = menu.sizes[0].y;
+    menu.check_size = ui_checkbox_size(ui, &ui_theme.checkbox, data_literal("Show empty"), font);
+    vec2 deleted_size = layout_get_single_line_size(view_font(context, font), list_filter_items[1].bytes,
+                                                    list_filter_items[1].used, code_point_none);
+    menu.drop_width = ceilf(deleted_size.x) + ui_dropdown_size(ui, &ui_theme.dropdown, font).x;
+    menu.rows = buttons - 2 + 10 + menu.check_size.x + 2 + menu.drop_width <= width ? 1 : 2;
+    return menu;
+}
+
+f32 view_menu_left_height(app_context *context, f32 width) {
+    menu_left_t menu = menu_left_measure(context, width);
+    return menu.row_height * (f32)menu.rows + 2 * (f32)(menu.rows - 1);
+}
 
 void draw_menu_left(app_context *context, reader_t *reader, vec4 rect) {
     PROFILE_SCOPE(draw_menu_left);
@@ -380,24 +417,22 @@ void draw_menu_left(app_context *context, reader_t *reader, vec4 rect) {
     const u32 font = view_font_normal;
     bool shift = key_is_down(window, key_shift);
     bool any_active = ui_any_active(ui);
+    menu_left_t menu = menu_left_measure(context, rect.z - rect.x);
 
     f32 x = rect.x;
-    f32 bottom = rect.y + 2;
-    f32 row_height = 0;
+    f32 bottom = rect.w - menu.row_height;
     static const char list_button_site = 0; // the buttons' ids are children of this
     for (u32 i = 0; i < 7; i++) {
-        data_t label = data_t{0, string_length(list_buttons[i].label), (u8 *)list_buttons[i].label};
-        vec2 size = ui_button_size(ui, &ui_theme.button, label, font);
-        vec4 button = rect_xywh(x, bottom, size.x, size.y);
-        row_height = size.y;
-        bool clicked = ui_button(ui, ui_id_child(ui_id(&list_button_site), i + 1), button, label, font);
+        vec4 button = rect_xywh(x, bottom, menu.sizes[i].x, menu.sizes[i].y);
+        bool clicked = ui_button(ui, ui_id_child(ui_id(&list_button_site), i + 1), button, menu.labels[i], font);
         bool keyed = !any_active && key_went_down_or_repeated(window, list_buttons[i].key) &&
                      shift == list_buttons[i].shift;
         if (clicked || keyed) list_generation_action(reader, state, i);
-        x += size.x + 2;
+        x += menu.sizes[i].x + 2;
     }
 
-    if (key_went_down(window, key_h)) {
+    // Like the other letter keys, H leaves a field being edited alone.
+    if (!any_active && key_went_down(window, key_h)) {
         state->show_empty = !state->show_empty;
         if (state->selected_feed && state->selected_feed->entry_count == 0) {
             state->selected_feed = nullptr;
@@ -405,20 +440,22 @@ void draw_menu_left(app_context *context, reader_t *reader, vec4 rect) {
         }
     }
 
-    data_t check_label = data_literal("Show empty");
-    vec2 check_size = ui_checkbox_size(ui, &ui_theme.checkbox, check_label, font);
     f32 check_x = x - 2 + 10;
-    f32 check_bottom = floorf(bottom + (row_height - check_size.y) * 0.5f);
-    vec4 check = rect_xywh(check_x, check_bottom, check_size.x, check_size.y);
-    ui_checkbox(ui, ui_id(&state->show_empty), check, &state->show_empty, check_label, font);
+    if (menu.rows == 2) {
+        check_x = rect.x;
+        bottom -= menu.row_height + 2;
+    }
+    // In a side too narrow even for the second row the label is cut, the dropdown not.
+    f32 check_width = menu.check_size.x;
+    if (check_x + check_width + 2 + menu.drop_width > rect.z) check_width = rect.z - 2 - menu.drop_width - check_x;
+    if (check_width < menu.check_size.y) check_width = menu.check_size.y;
+    f32 check_bottom = floorf(bottom + (menu.row_height - menu.check_size.y) * 0.5f);
+    vec4 check = rect_xywh(check_x, check_bottom, floorf(check_width), menu.check_size.y);
+    ui_checkbox(ui, ui_id(&state->show_empty), check, &state->show_empty, data_literal("Show empty"), font);
 
-    vec2 deleted_size = layout_get_single_line_size(view_font(context, font), list_filter_items[1].bytes,
-                                                    list_filter_items[1].used, code_point_none);
-    vec2 arrow = ui_dropdown_size(ui, &ui_theme.dropdown, font);
-    f32 width = ceilf(deleted_size.x) + arrow.x;
-    f32 drop_x = rect.z - width;
+    f32 drop_x = rect.z - menu.drop_width;
     if (drop_x < check.z + 2) drop_x = check.z + 2;
-    vec4 drop = rect_xywh(drop_x, bottom, width, arrow.y);
+    vec4 drop = rect_xywh(drop_x, bottom, menu.drop_width, ui_dropdown_size(ui, &ui_theme.dropdown, font).y);
     u64 selected = state->list_filter;
     ui_dropdown(ui, ui_id(&state->list_filter), drop, list_filter_items, 3, &selected, font);
     state->list_filter = (u32)selected;
@@ -478,10 +515,63 @@ static void list_label(app_context *context, vec4 rect, bool deleted, bool updat
     arena->used = mark;
 }
 
+// "Generation 7", "Generations 3 to 7" or "All generations", into `text`;
+// true for the last.
+static bool list_range_name(reader_t *reader, const view_state_t *state, data_t *text, bool lower) {
+    u32 required, allowed;
+    view_list_entry_filter(state->list_filter, &required, &allowed);
+    u32 minimum = state->generation_minimum, maximum = state->generation_maximum;
+    u32 first = reader_next_generation(reader, 0, required, allowed);
+    u32 last = reader_previous_generation(reader, reader->generation + 1, required, allowed);
+    if (minimum != maximum && minimum <= first && maximum >= last) {
+        data_push_c_string(text, lower ? "all generations" : "All generations");
+        return true;
+    }
+    data_push_c_string(text, lower ? "generation" : "Generation");
+    if (minimum != maximum) data_push_c_string(text, "s");
+    data_push_c_string(text, " ");
+    data_push_number(text, minimum, 0, ' ', 0);
+    if (minimum != maximum) {
+        data_push_c_string(text, " to ");
+        data_push_number(text, maximum, 0, ' ', 0);
+    }
+    return false;
+}
+
+// Above the list: the generations it shows.
+static void list_draw_heading(app_context *context, reader_t *reader, vec4 rect) {
+    if (reader->feeds.entry_count == 0) return; // nothing was ever fetched
+    u8 bytes[64];
+    data_t text = {sizeof(bytes), 0, bytes};
+    list_range_name(reader, context->view_state, &text, false);
+    vec4 box = {rect.x + list_margin + 1, rect.y, rect.z - list_margin, rect.w};
+    view_text_fitted(context, context->ui->text, box, text, view_font_small, list_note_colour);
+}
+
+// Under the last block, when the range holds nothing that the filter shows.
+static void list_draw_nothing(app_context *context, reader_t *reader, vec4 rect, f32 top) {
+    const view_state_t *state = context->view_state;
+    u8 bytes[96];
+    data_t text = {sizeof(bytes), 0, bytes};
+    data_push_c_string(&text, state->list_filter == list_filter_deleted ? "Nothing deleted in " : "Nothing new in ");
+    bool all = list_range_name(reader, state, &text, true);
+    data_push_c_string(&text, ".");
+    vec4 line = {rect.x + list_margin + 1, top - list_row_height, rect.z - list_margin, top};
+    view_text_fitted(context, context->ui->text, line, text, view_font_normal, list_note_colour);
+    if (all) return;
+    data_t hint = data_literal("Press A, or click All, to show every generation.");
+    line = rect_move(line, 0, -list_row_height);
+    view_text_fitted(context, context->ui->text, line, hint, view_font_normal, list_note_colour);
+}
+
 void draw_left_panel(app_context *context, reader_t *reader, vec4 rect) {
     PROFILE_SCOPE(draw_left_panel);
     ui_t *ui = context->ui;
     view_state_t *state = context->view_state;
+    view_set_clip(context, rect);
+    list_draw_heading(context, reader, vec4{rect.x, rect.w - list_heading_height, rect.z, rect.w});
+    rect.w -= list_heading_height;
+    if (rect.w < rect.y) rect.w = rect.y;
     view_set_clip(context, rect);
     // A row pressed and gone before its release (an update replaced it)
     // would hold the list's keys for ever: the press ends with the button.
@@ -570,6 +660,7 @@ void draw_left_panel(app_context *context, reader_t *reader, vec4 rect) {
         }
         top = next_top;
     }
+    if (stats.entry_count == 0 && reader->feeds.entry_count > 0) list_draw_nothing(context, reader, rect, top);
     if (selected_block) gl_batch_recolour(shapes, selected_block, nullptr, list_selected_feed_colour);
     if (selected_row) gl_batch_recolour(shapes, selected_row, nullptr, list_selected_entry_colour);
 }

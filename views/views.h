@@ -36,6 +36,10 @@ void draw_window_content(app_context *context, reader_t *reader);
 void draw_right_panel(app_context *context, reader_t *reader, vec4 rect);
 // The eight buttons of the right menu with their keys F1 to F8.
 void draw_menu_right(app_context *context, reader_t *reader, vec4 rect);
+// The height of a menu for a side of `width`: one row of buttons, or more
+// when the side is too narrow for them.
+f32 view_menu_right_height(app_context *context, reader_t *reader, f32 width);
+f32 view_menu_left_height(app_context *context, f32 width);
 // The content panel comes back, the article is parsed afresh, and a feed
 // selected alone fills the address field.
 void view_selection_changed(app_context *context);
@@ -107,12 +111,12 @@ link_configuration_t *view_link_configuration(reader_t *reader, const feed_t *fe
 // queues links, else opened now.
 void view_open_link(app_context *context, reader_t *reader, const feed_t *feed, const data_t *link);
 // Opens one link now: the configuration's executable with the link as its
-// last argument, or the system's handler. False when nothing could start
-// (also said in the main log; the user is not told).
+// last argument, or the system's handler. False when nothing could start,
+// which the user's log says, naming what could not start.
 bool link_open(const data_t *link, const link_configuration_t *configuration);
 // Opens a configuration's queue (all its links in one start), and with
-// `clear` empties it.
-void links_open_queue(file_storage_t *storage, link_configuration_t *configuration, bool clear);
+// `clear` empties it. False when the start failed (the queue then stays).
+bool links_open_queue(file_storage_t *storage, link_configuration_t *configuration, bool clear);
 void links_open_all(app_context *context, reader_t *reader, bool clear);
 void links_clear_queue(file_storage_t *storage, link_configuration_t *configuration);
 // Removes one link, given as a piece of the queue's own text.

@@ -10,12 +10,16 @@ import os
 import signal
 import subprocess
 import sys
+import tempfile
 import time
 import urllib.request
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from harness import (SELECTED_ENTRY, SELECTED_FEED, check, main, run, views_drawn,  # noqa: E402
+from harness import (BACKGROUND, SELECTED_ENTRY, SELECTED_FEED, check, main, run, views_drawn,  # noqa: E402
                      wait_for)
+
+BUTTON = (128, 128, 128)        # a button's fill, grey .5
+SCROLL_TRACK = (33, 33, 36)     # a scroll bar's track, (0.13, 0.13, 0.14)
 
 
 def snapshots(folder):
@@ -107,8 +111,6 @@ def add_by_typing(p, url):
     p.key("End", "shift+Home")  # the field keeps its last text: select it, typing replaces it
     p.type(url)
     p.key("Return", "Escape")  # Escape leaves the field, so that the list's keys act again
-    if url.lower().count("h") % 2:
-        p.key("h")  # H toggles "Show empty" even when typed into a field: toggle it back
 
 
 def blocks(p, count):
@@ -200,16 +202,68 @@ def import_list(s):
     check("http_get_file error: " + _fetch(s.demo.url("/dead")).decode() in log, "the dead address in the log")
 
 
+def near(pixel, colour, tolerance=3):
+    return all(abs(pixel[k] - colour[k]) <= tolerance for k in range(3))
+
+
+def settled(p, name):
+    """The window once two screenshots in a row agree: every frame the last input asked for is drawn."""
+    path = os.path.join(tempfile.gettempdir(), "tidewrack_e2e_%d_%s" % (os.getpid(), name))
+    last = [p.screenshot(path)]
+
+    def same():
+        image = p.screenshot(path)
+        if image.pixels == last[0].pixels:
+            return image
+        last[0] = image
+    return wait_for("the window to settle", same, step=0.3)
+
+
+def grey_runs(image, x, top):
+    """Vertical runs of a button's grey fill in column x, below `top`."""
+    return [r for r in image.runs(x, (BUTTON,), top=top) if r[1] - r[0] >= 10]
+
+
 def queue(s):
-    """(c) Three links queued, the window closed: the queue is opened at
-    close and saved empty."""
+    """(c) Four links queued, one removed with its "X": the next frame shows the
+    count without the pointer moving. A press and release on the links panel's
+    scroll bar leaves the mouse working. The window closed: the queue is opened
+    at close and saved empty."""
     folder = s.folder("reader")
     check(s.tool("update", "-path", folder, s.demo.url("/harbour-notes.xml")).returncode == 0, "prepared reader")
     script, argv = recorder(s)
     p = start_drawn(s, folder)
     configure_links(p, "Later", script, queue=True)
-    for _ in range(3):
+    for _ in range(4):
         p.key("Down", "Return")
+    p.key("F3")
+    image = p.wait_drawn("the links panel", lambda i: len(i.text_boxes()) >= 2 and i.text_boxes()[0][1] > 300)
+    executable = image.text_boxes()[1]
+    # "Get OS default" stands right of the field, at the layout's right edge.
+    y, right = (executable[1] + executable[3]) // 2, executable[2]
+    for background in (False, True, False):  # the field's border, the gap, the button
+        while near(image.pixel(right, y), BACKGROUND) == background:
+            right += 1
+    # Under that edge: "Get OS default", then the "X" of each queued link.
+    buttons = grey_runs(image, right - 4, executable[1])
+    check(len(buttons) >= 5, "the X buttons of four rows: %r" % buttons)
+    first_x = buttons[1]
+    p.click(right - 4, (first_x[0] + first_x[1]) // 2)
+    p.wait_drawn("one row less after X", lambda i: len(grey_runs(i, right - 4, executable[1])) == len(buttons) - 1)
+    still = settled(p, "after_x.png")
+    s.display.xdotool("mousemove_relative", "1", "0")
+    moved = settled(p, "after_move.png")
+    check(still.pixels == moved.pixels, "the frame after X showed the old count until the pointer moved")
+
+    bar_x = image.width - 10
+    check(any(near(image.pixel(bar_x, 100), c) for c in (BUTTON, SCROLL_TRACK)), "no scroll bar at the right edge")
+    p.click(bar_x, 100)
+    row = image.feed_blocks()[0][0] + 24 + 10  # the first entry's row
+    p.click(100, row)
+    selected = p.wait_drawn("the clicked row selected", lambda i: i.find(SELECTED_ENTRY) is not None and
+                            i.find(SELECTED_ENTRY)[1] <= row < i.find(SELECTED_ENTRY)[3])
+    check(selected.find(SELECTED_ENTRY)[1] < image.feed_blocks()[0][0] + 40, "the first row selected")
+
     p.key("F8")
     queued = wait_for("the queue saved", lambda: s.tool.dump(folder)["link_configurations"][0]["queued_links"])
     check(len(queued.split()) == 3 and not os.path.exists(argv), "three links queued, none opened: " + queued)
@@ -219,7 +273,7 @@ def queue(s):
     configuration = saved["link_configurations"][0]
     check(links == queued.split(), "the queue handed over at close, in order")
     check(configuration["queued_links"] == "" and configuration["queue_links"], "saved with an empty queue")
-    check(links == [e["link"] for e in saved["entries"][:3]], "the first three entries' links")
+    check(links == [e["link"] for e in saved["entries"][1:4]], "the second to fourth entries' links")
 
 
 def choose_filter(p, item):

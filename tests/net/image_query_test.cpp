@@ -23,10 +23,15 @@ TEST(image_query, bodies_end_in_their_states) {
         {"grey png", {200, test_png(6, 2, 1)}, 3, image_state_ready, 3, 1, 1, ""},
         {"gif decodes too", {200, test_gif()}, 10, image_state_ready, 1, 1, 4, ""},
         {"column too narrow for anything", {200, test_png(8, 8)}, 0, image_state_no_size, 0, 0, 4, ""},
-        {"404 page", {404, "<html><body>Not found</body></html>"}, 0, image_state_fetching, 0, 0, 0, ""},
-        {"truncated png", {200, test_png(40, 30).substr(0, 60)}, 0, image_state_fetching, 0, 0, 0, ""},
-        {"30000 by 30000 header", {200, test_png_claiming(30000, 30000)}, 0, image_state_fetching, 0, 0, 0, ""},
-        {"empty body", {200, ""}, 0, image_state_fetching, 0, 0, 0, ""},
+        {"404 page", {404, "<html><body>Not found</body></html>"}, 0, image_state_fetch_failed, 0, 0, 0,
+         "image_error_undecodable"},
+        {"truncated png", {200, test_png(40, 30).substr(0, 60)}, 0, image_state_fetch_failed, 0, 0, 0,
+         "image_error_undecodable"},
+        {"30000 by 30000 header", {200, test_png_claiming(30000, 30000)}, 0, image_state_fetch_failed, 0, 0, 0,
+         "image_error_undecodable"}, // the decoder's own limit refuses it
+        {"a side past the texture limit", {200, test_png_claiming(9000, 10)}, 0, image_state_fetch_failed, 0, 0, 0,
+         "image_error_too_large"},
+        {"empty body", {200, ""}, 0, image_state_fetch_failed, 0, 0, 0, "image_error_undecodable"},
         {"body longer than any block", {200, "x", {}, true, 0x7FFFFFFF}, 0, image_state_fetch_failed, 0, 0, 0,
          "http_error_not_enough_storage"},
     };
@@ -52,7 +57,7 @@ TEST(image_query, bodies_end_in_their_states) {
             // Not scaled: the display bytes are the decoded ones.
             EXPECT_EQ(slot->resized.bytes == slot->pixels.bytes, rows[i].width == slot->width);
         }
-        if (rows[i].state == image_state_fetch_failed) EXPECT_STREQ(http_error_name(slot->error), rows[i].error);
+        if (rows[i].state == image_state_fetch_failed) EXPECT_STREQ(image_query_error_name(slot->error), rows[i].error);
     }
 }
 

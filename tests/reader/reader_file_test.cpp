@@ -230,6 +230,39 @@ TEST(ReaderFile, RoundTripKeepsEveryRecord) {
     EXPECT_EQ(names_in(folder).size(), 1u) << "no temporary file is left";
 }
 
+// The list shows slot order: a purge and a save (which moves records from the
+// end into holes) leave every feed sorted, in memory and in the file.
+TEST(ReaderFile, PurgeAndSaveLeaveFeedsSorted) {
+    temp_folder_t folder;
+    test_reader_t a;
+    feed_t *feed = a.rss_feed("http://f", "F");
+    feed_t *other = a.rss_feed("http://o", "O");
+    const int days[] = {3, 0, 5, 3, 1, 0, 4};  // 0: no date
+    std::vector<entry_t *> others;
+    for (int i = 0; i < 7; i++) {  // created unsorted, another feed's entries between
+        date_t d = days[i] ? make_date(2024, 1, days[i]) : date_t{};
+        a.rss_entry(feed, "d" + std::to_string(days[i]) + "-" + std::to_string(i), "g" + std::to_string(i), d);
+        others.push_back(
+            a.rss_entry(other, "d" + std::to_string(days[i]) + "-o" + std::to_string(i), "o" + std::to_string(i), d));
+    }
+    auto days_of = [](test_reader_t &t, const std::string &url) {
+        data_t address = view_of(url);
+        std::string out;
+        for (entry_t *e : t.entries_of(reader_get_feed_by_url(&t.reader, &address)))
+            out += text_of(entry_get_title(e)).substr(1, 1);
+        return out;
+    };
+    for (int i : {0, 1, 2, 3}) entry_mark_deleted(others[i]); // holes that the save fills from the end
+    reader_purge_deleted(&a.reader);
+    EXPECT_EQ(days_of(a, "http://f"), "5433100");
+    ASSERT_TRUE(save(a, folder.path));
+    EXPECT_EQ(days_of(a, "http://f"), "5433100");
+    EXPECT_EQ(days_of(a, "http://o"), "410");
+    test_reader_t b;
+    ASSERT_EQ(load(b, folder.path), 0u);
+    EXPECT_EQ(days_of(b, "http://f"), "5433100");
+}
+
 // A loaded reader packs its strings where they lie; a replaced field leaves
 // a gap that closes, and a string that lies before where it must go sends
 // the whole text to the spare block instead. Either way the same text.

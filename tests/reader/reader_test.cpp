@@ -176,14 +176,15 @@ TEST(ReaderSort, MatchesTheExchangeOfWholeRecords) {
     }
 }
 
-TEST(ReaderSort, AtomEntriesWithoutPublishedComeLast) {
+TEST(ReaderSort, AtomEntriesByPublishedElseUpdated) {
     test_reader_t t;
     feed_t *feed = t.atom_feed("http://a", "A");
     t.atom_entry(feed, "undated", "u", date_t{});
     t.atom_entry(feed, "old", "o", make_date(2020, 1, 1));
+    t.atom_entry(feed, "updated only", "p", make_date(2022, 1, 1))->atom.published = date_t{};
     t.atom_entry(feed, "new", "n", make_date(2024, 1, 1));
     reader_sort_feed(&t.reader, feed);
-    EXPECT_EQ(titles_of(t, feed), (std::vector<std::string>{"new", "old", "undated"}));
+    EXPECT_EQ(titles_of(t, feed), (std::vector<std::string>{"new", "updated only", "old", "undated"}));
     reader_sort_feed(&t.reader, nullptr);
 }
 

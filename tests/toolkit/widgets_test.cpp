@@ -225,6 +225,14 @@ TEST_F(widgets_test_t, LayoutBarsAndTheWheel) {
     EXPECT_EQ(scroll.y, 60); // three steps of 20
     frame({wheel(1)}, [&] { view(lines.size()); });
     EXPECT_EQ(scroll.y, 0); // three rows back up
+    // A press and release on the thumb leaves no hold: the wheel acts again.
+    frame({press(292, 180)}, [&] { view(lines.size()); });
+    EXPECT_TRUE(ui_any_active(&ui));
+    frame({release(292, 180)}, [&] { view(lines.size()); });
+    EXPECT_FALSE(ui_any_active(&ui));
+    frame({move(100, 100), wheel(-1)}, [&] { view(lines.size()); });
+    EXPECT_EQ(scroll.y, 60);
+    frame({wheel(1)}, [&] { view(lines.size()); });
     frame({}, [&] { view(3); }); // content that shrank goes back to the top
     EXPECT_FALSE(had_bar);
     EXPECT_EQ(scroll.y, 0);

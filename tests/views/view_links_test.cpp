@@ -126,6 +126,13 @@ TEST_F(links_test_t, WithoutAnExecutableTheSystemHandlerGetsOneArgument) {
     EXPECT_EQ(seen[0], std::vector<std::string>{"http://a/1"});
     EXPECT_EQ(seen[1], std::vector<std::string>{"http://a/2 http://a/3"}); // the whole queue as one address
     EXPECT_EQ(queue(), "");
+    // No handler at all: the log says what is missing and opens.
+    setenv("PATH", (folder / "nothing").c_str(), 1);
+    configuration->queue_links = 0;
+    state.panel = panel_content;
+    open("http://a/4");
+    EXPECT_EQ(state.panel, (u32)panel_log);
+    EXPECT_NE(text_of(log_channel(log_user)->data).find("could not start xdg-open"), std::string::npos);
 }
 
 TEST_F(links_test_t, QueueRowsOpenAndRemove) {

@@ -1,6 +1,6 @@
 // The left panel through the headless window: every navigation key with and
 // without Shift, deletion in two stages and restore, the generation buttons
-// and their keys, H in a text field, the filters against what the list
+// and their keys, letters in a text field, the filters against what the list
 // shows, and the keep-visible scrolling.
 #include "views/views_fixture.h"
 
@@ -196,6 +196,31 @@ TEST_F(list_test_t, GenerationButtonsAndKeys) {
     EXPECT_EQ(state.generation_maximum, 3u);
 }
 
+TEST_F(list_test_t, TheHeadingNamesTheRangeAndAnEmptyRangeSaysSo) {
+    c2->generation = 2;
+    r.reader.generation = 3;
+    struct {
+        u32 minimum, maximum;
+        const char *heading, *nothing;
+    } rows[] = {
+        {3, 3, "Generation 3", "Nothing new in generation 3."},
+        {2, 3, "Generations 2 to 3", nullptr},
+        {1, 2, "All generations", nullptr},
+        {1, 3, "All generations", nullptr},
+    };
+    for (const auto &row : rows) {
+        state.generation_minimum = row.minimum, state.generation_maximum = row.maximum;
+        frame();
+        EXPECT_TRUE(find_text(row.heading)) << row.heading;
+        EXPECT_EQ(find_text("Nothing new"), row.nothing != nullptr) << row.heading;
+        if (row.nothing) EXPECT_TRUE(find_text(row.nothing) && find_text("Press A, or click All"));
+    }
+    state.list_filter = list_filter_deleted;
+    state.generation_minimum = 1, state.generation_maximum = 3;
+    frame();
+    EXPECT_TRUE(find_text("Nothing deleted in generations 1 to 3."));
+}
+
 TEST_F(list_test_t, AnEmptyReaderTakesEveryKey) {
     for (feed_t *feed : {a, b, c}) reader_delete_feed(&r.reader, feed);
     r.reader.generation = 0;
@@ -209,15 +234,15 @@ TEST_F(list_test_t, AnEmptyReaderTakesEveryKey) {
     EXPECT_EQ(state.generation_maximum, 1u);
 }
 
-TEST_F(list_test_t, HInATextFieldTogglesShowEmptyButAStaysText) {
+TEST_F(list_test_t, LettersTypedInATextFieldStayText) {
     state.panel = panel_add_feed;
     frame();
     click(field_under("URL to a RSS"));
     ASSERT_TRUE(ui_any_active(&ui));
     u32 minimum = state.generation_minimum;
-    type("ha");
-    EXPECT_EQ(text_of(state.add_feed_url), "ha");
-    EXPECT_EQ(state.show_empty, 1u);
+    type("hha");
+    EXPECT_EQ(text_of(state.add_feed_url), "hha");
+    EXPECT_EQ(state.show_empty, 0u);
     EXPECT_EQ(state.generation_minimum, minimum);
     // F keys act while the field is being edited.
     press(0x70);
@@ -308,7 +333,41 @@ TEST_F(list_test_t, SavingKeepsTheSelection) {
     press(0x77); // F8 saves, then shows the log
     EXPECT_EQ(selection(), "C/c2");
     EXPECT_EQ(state.panel, (u32)panel_log);
+    EXPECT_NE(text_of(log_channel(log_user)->data).find("Saved " + folder + "/feed_data_"), std::string::npos);
     std::filesystem::remove_all(folder);
+}
+
+TEST_F(list_test_t, SmallWindowsKeepEveryControlInReach) {
+    for (vec2 size : {vec2{800, 500}, vec2{600, 400}}) {
+        frame({os_window_event_t{.kind = os_input_resized, .x = (i32)size.x, .y = (i32)size.y}});
+        state.panel = panel_help, state.show_empty = 0, state.help_scroll = {0, 0};
+        frame();
+        // The right side is never the narrower; every label stands whole in the window.
+        EXPECT_GE(on_text("Help").x, size.x / 2) << size.x;
+        for (const char *label : {"Add feed", "Links", "Open queued links (0)", "Update all", "Update selected",
+                                  "Log", "Save", "All", "[+", "Show empty", "Feeds"}) {
+            drawn_text_t t;
+            ASSERT_TRUE(find_text(label, &t)) << label << " at " << size.x;
+            EXPECT_EQ(t.text, label) << "cut at " << size.x;
+            EXPECT_LE(t.position.x + text_width(label, t.font), size.x) << label << " at " << size.x;
+        }
+        click(on_text("Show empty"));
+        EXPECT_EQ(state.show_empty, 1u);
+        // The help scrolls with the wheel, so nothing of it is out of reach.
+        frame({move(vec2{size.x - 100, size.y / 2}), os_window_event_t{.kind = os_input_wheel, .wheel = -1}});
+        EXPECT_GT(state.help_scroll.y, 0) << size.x;
+        click(on_text("Log"));
+        EXPECT_EQ(state.panel, (u32)panel_log);
+        // The log follows its end until the wheel takes it back.
+        for (int i = 0; i < 60; i++) log_string(log_user, "a line of the log\n");
+        frame();
+        f32 end = state.log_scroll.y;
+        EXPECT_GT(end, 0);
+        frame({move(vec2{size.x - 100, size.y / 2}), os_window_event_t{.kind = os_input_wheel, .wheel = 1}});
+        EXPECT_LT(state.log_scroll.y, end);
+        EXPECT_EQ(state.log_auto_scroll, 0u);
+        state.log_auto_scroll = 1;
+    }
 }
 
 TEST_F(list_test_t, TinyWindowsDrawEveryPanel) {

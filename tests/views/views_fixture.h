@@ -116,11 +116,11 @@ struct views_fixture_t : ::testing::Test {
     }
     // Pointer events at window pixels, y up.
     os_window_event_t move(vec2 p) const {
-        return {.kind = os_input_mouse_move, .x = (i32)p.x, .y = window_height - 1 - (i32)p.y};
+        return {.kind = os_input_mouse_move, .x = (i32)p.x, .y = window.height - 1 - (i32)p.y};
     }
     os_window_event_t button(vec2 p, bool down) const {
         return {.kind = os_input_button, .flags = down ? (u32)os_key_down : 0u, .button = 1, .x = (i32)p.x,
-                .y = window_height - 1 - (i32)p.y};
+                .y = window.height - 1 - (i32)p.y};
     }
     // A key pressed in one frame and released in the next, Shift held around
     // it when asked.
@@ -166,6 +166,9 @@ struct views_fixture_t : ::testing::Test {
                 return true;
             }
         return false;
+    }
+    f32 text_width(const std::string &s, u32 font) {
+        return layout_get_single_line_size(font_get(&fonts, font), (const u8 *)s.data(), s.size(), code_point_none).x;
     }
     // A point on a drawn text, to click on.
     vec2 on_text(const std::string &prefix) const {
