@@ -34,6 +34,7 @@ static ui_t ui;
 static feed_query_t feed_queries[feed_query_slot_count];
 static file_storage_t file_storage;
 static feed_query_context_t feed_query_context;
+static feed_validators_t feed_validators;
 static u64 frame_counter;
 
 // A worker finished a fetch: the pump wakes and a frame scans the slots.
@@ -299,6 +300,9 @@ int main(int argc, char **argv) {
     feed_query_context.wake_context = nullptr;
     feed_query_context.show_log = view_show_log_hook;
     feed_query_context.show_log_context = &app;
+    // The ETags and dates of the last update, when they belong to this reader.
+    feed_validators_load(&feed_validators, &app.user_folder, &reader);
+    feed_query_context.validators = &feed_validators;
 
     // 21.
     app.window = &window;

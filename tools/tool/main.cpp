@@ -215,6 +215,7 @@ struct tool_t {
     feed_query_t slots[feed_query_slot_count];
     file_storage_t file_storage;
     feed_query_context_t context;
+    feed_validators_t validators;
     os_event_t *finished_event;
     u64 user_log_printed;
     bool queue_started;
@@ -290,6 +291,8 @@ static void tool_start_fetching() {
     context->frame_memory = &tool.frame_memory;
     context->wake = tool_wake;
     context->wake_context = tool.finished_event;
+    feed_validators_load(&tool.validators, &tool.user_folder, &tool.reader);
+    context->validators = &tool.validators;
 }
 
 // The text the user channel got since the last call goes to stderr.
@@ -347,7 +350,7 @@ static bool tool_finish() {
 // 0 otherwise. (2 is a bad command line or an unreadable snapshot.)
 static int tool_status(bool saved) {
     if (!saved) return 3;
-    return tool.context.failed_count || tool.context.refused_count ? 1 : 0;
+    return tool.context.failed_count || tool.context.refused_count || tool.context.not_feed_count ? 1 : 0;
 }
 
 // ---- command line ------------------------------------------------------------------------------
@@ -491,6 +494,8 @@ static int tool_export(const tool_args_t *args) {
         print_error("\n");
         return 1;
     }
+    tool_print_user_log(); // how many were written
+    os_write_stderr("\n", 1);
     return 0;
 }
 
