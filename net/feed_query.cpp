@@ -8,6 +8,7 @@
 #include "base/text.h"
 #include "base/thread_queue.h"
 #include "feed/feed.h"
+#include "net/feed_discovery.h"
 #include "net/feed_list.h"
 #include "net/http.h"
 #include "os/os_core.h"
@@ -377,9 +378,50 @@ static void feed_query_report_not_feed(feed_query_context_t *context, const data
     if (context->show_log) context->show_log(context->show_log_context);
 }
 
+// The page's feed links: the first is added as if typed, and the user's log
+// names it and the others. False when the page names none.
 static bool feed_query_discover(feed_query_context_t *context, reader_t *reader, feed_query_t *slot) {
-    (void)context, (void)reader, (void)slot;
-    return false;
+    data_t *memory = context->frame_memory;
+    u64 memory_used = memory->used;
+    feed_discovery_t found = feed_discovery_find(memory, &slot->content, &slot->url);
+    if (!found.count) {
+        memory->used = memory_used;
+        return false;
+    }
+    log_string(log_main, "Discovery: ");
+    log_data(log_main, &slot->url);
+    log_string(log_main, " names the feed ");
+    log_data(log_main, &found.links[0]);
+    log_string(log_main, "\n");
+    log_channel_t *user = log_channel(log_user);
+    if (user && user->data.used) log_string(log_user, "\n\n");
+    log_string(log_user, "The page ");
+    log_data(log_user, &slot->url);
+    log_string(log_user, " is not a feed; added the feed it names: ");
+    log_data(log_user, &found.links[0]);
+    if (found.found > 1) {
+        log_string(log_user, "\n    It also names:");
+        for (u64 i = 1; i < found.count; i++) {
+            log_string(log_user, "\n    ");
+            log_data(log_user, &found.links[i]);
+        }
+        if (found.found > found.count) {
+            log_string(log_user, "\n    and ");
+            log_number(log_user, found.found - found.count);
+            log_string(log_user, " more");
+        }
+    }
+    const data_t *first = &found.links[0];
+    if (!feed_query_new_address_queued(context, first)) {
+        data_t copy = feed_query_copy_url(context, first->bytes, first->used);
+        u32 feed_id = feed_query_new_feed;
+        if (copy.bytes) {
+            if (feed_t *known = reader_get_feed_by_url(reader, &copy)) feed_id = known->id;
+        }
+        feed_query_queue(context, copy, feed_id, feed_query_flag_discovered);
+    }
+    memory->used = memory_used;
+    return true;
 }
 
 // Why a document gave no feed. An HTML page given as a new address is

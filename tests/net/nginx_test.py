@@ -129,8 +129,9 @@ class NginxTest(unittest.TestCase):
         self.assertEqual(self.server.log()[-1][0], 304)
         self.assertEqual(len(self.titles()), 20)
 
-        time.sleep(1.1)  # a new Last-Modified and ETag need a later second on the file
         self.server.put("a.xml", rss("Gzipped", 21))
+        later = time.time() + 60  # a new Last-Modified and ETag, without waiting for the clock
+        os.utime(os.path.join(self.server.root, "www", "a.xml"), (later, later))
         third = tool("update", "-path", self.folder)
         self.assertEqual(third.returncode, 0, third.stderr)
         self.assertEqual(self.server.log()[-1][0], 200)
@@ -164,6 +165,19 @@ class NginxTest(unittest.TestCase):
                 self.assertIn(self.server.url(path), result.stderr)
                 self.assertIn(reason, result.stderr)
         self.assertEqual(self.dump()["feeds"], [])
+
+    def test_a_blog_page_adds_the_feed_it_names(self):
+        self.server.put("feed.xml", rss("Found", 2))
+        self.server.put("index.html", '<!DOCTYPE html><html><head><base href="/">'
+                        '<link rel="alternate" type="application/rss+xml" href="feed.xml">'
+                        '<link rel="alternate" type="application/atom+xml" href="/atom.xml"></head></html>')
+        found = tool("discover", self.server.url("index.html"))
+        self.assertEqual(found.stdout.split(), [self.server.url("feed.xml"), self.server.url("atom.xml")])
+        result = tool("update", "-path", self.folder, self.server.url("index.html"))
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertIn("It also names:\n    " + self.server.url("atom.xml"), result.stderr)
+        feeds = self.dump()["feeds"]
+        self.assertEqual([f["url"] for f in feeds], [self.server.url("feed.xml")])
 
 
 if __name__ == "__main__":

@@ -8,6 +8,7 @@
 //   parse  [-path DIR] [--url URL] FILE   read a local document as if fetched
 //   dump   [-path DIR | FILE.bin]     the newest snapshot (or a file) as JSON
 //   html   [--strict] FILE            tokens and tree of an HTML document as JSON
+//   discover [--url PAGE_URL] FILE | URL   the feed addresses a page names (discover.cpp)
 //   decode LABEL FILE                 FILE's bytes in that encoding, as UTF-8
 //
 // The fetching commands run the same road as the program: the feed query
@@ -400,6 +401,7 @@ static int tool_usage() {
                 "  tidewrack-tool parse [-path DIR] [-log] [--url URL] FILE\n"
                 "  tidewrack-tool dump [-path DIR | FILE.bin]\n"
                 "  tidewrack-tool html [--strict] FILE\n"
+                "  tidewrack-tool discover [--url PAGE_URL] FILE | URL\n"
                 "  tidewrack-tool decode LABEL FILE\n");
     return 2;
 }
@@ -926,12 +928,17 @@ static int tool_decode(int argc, char **argv) {
     return 0;
 }
 
+int tool_discover(int argc, char **argv); // discover.cpp; 2 for a bad command line
+
 int main(int argc, char **argv) {
     if (argc < 2) return tool_usage();
     data_t command = data_from_pointer(argv[1], string_length(argv[1]));
     int status = 2;
     if (text_is(&command, "decode")) {
         status = tool_decode(argc, argv);
+    } else if (text_is(&command, "discover")) {
+        status = tool_discover(argc, argv);
+        if (status == 2) return tool_usage();
     } else if (text_is(&command, "html")) {
         tool_args_t args = tool_parse_args(argc, argv, false, false, true);
         status = args.bad ? tool_usage() : tool_html(&args);
