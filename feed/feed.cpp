@@ -389,7 +389,7 @@ bool feed_reserve_for_item(reader_t *reader, const xml_node_t *item) {
 
 // ---- the driver -------------------------------------------------------------------------------------
 
-static void feed_log_format_change(const data_t *url, u32 stored_type) {
+void feed_log_format_change(const data_t *url, u32 stored_type) {
     const char *was = stored_type == reader_type_rss ? "RSS" : "Atom";
     const char *now = stored_type == reader_type_rss ? "Atom" : "RSS";
     log_string(log_main, "Parsing: the feed at ");

@@ -121,6 +121,9 @@ feed_t *feed_map_rss(reader_t *reader, xml_node_t *channel, xml_node_t *rdf, con
                      u32 encoding, data_t *scratch);
 feed_t *feed_map_atom(reader_t *reader, xml_node_t *feed_node, const data_t *url, feed_t *feed, u32 encoding,
                       data_t *scratch);
+// Tells the log and the user that the stored feed at `url`, of `stored_type`,
+// now serves the other format, and is left as it was.
+void feed_log_format_change(const data_t *url, u32 stored_type);
 // A JSON Feed document to an Atom-type feed (feed_json.cpp). `memory` holds
 // the parse and the conversion space; *outcome is set when nothing was read.
 feed_t *feed_parse_json(data_t *memory, reader_t *reader, const data_t *document, const data_t *url, feed_t *feed,
