@@ -112,7 +112,11 @@ static void feed_query_queue(feed_query_context_t *context, data_t url, u32 feed
     }
     feed_query_start(slot, &url, feed_id, context->wake, context->wake_context);
     slot->flags = flags;
-    const http_validators_t *known = context->validators ? feed_validators_find(context->validators, &url) : nullptr;
+    // Only a stored feed may be answered "not modified": a new address must
+    // come whole, whatever an earlier feed of that address left behind.
+    const http_validators_t *known = context->validators && feed_id != feed_query_new_feed
+                                         ? feed_validators_find(context->validators, &url)
+                                         : nullptr;
     if (known) slot->validators = *known;
     if (!thread_queue_work(context->queue, feed_query_work, slot)) {
         feed_query_log_dropped(context, &url, "the work queue is full");

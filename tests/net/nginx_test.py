@@ -48,9 +48,9 @@ def rss(title, count, start=1):
     return '<?xml version="1.0"?><rss version="2.0"><channel><title>%s</title>%s</channel></rss>\n' % (title, items)
 
 
-def tool(*args):
+def tool(*args, env=None):
     return subprocess.run([TOOL] + list(args), stdout=subprocess.PIPE, stderr=subprocess.PIPE,
-                          text=True, errors="surrogateescape")
+                          text=True, errors="surrogateescape", env=env)
 
 
 class Nginx:
@@ -178,6 +178,17 @@ class NginxTest(unittest.TestCase):
         self.assertIn("It also names:\n    " + self.server.url("atom.xml"), result.stderr)
         feeds = self.dump()["feeds"]
         self.assertEqual([f["url"] for f in feeds], [self.server.url("feed.xml")])
+
+    def test_a_proxy_from_the_environment_is_used(self):
+        # nginx answers a request in absolute form as its own: it stands in for a proxy.
+        self.server.put("p.xml", rss("Proxied", 1))
+        env = dict(os.environ, http_proxy="http://127.0.0.1:%d" % self.server.port, no_proxy="")
+        result = tool("update", "-path", self.folder, "http://feeds.invalid/p.xml", env=env)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertEqual(self.server.log()[-1][2], "/p.xml")
+        self.assertEqual([f["title"] for f in self.dump()["feeds"]], ["Proxied"])
+        env["no_proxy"] = "feeds.invalid"  # and its exceptions too: the name is then looked up, and fails
+        self.assertEqual(tool("update", "-path", self.folder, "http://feeds.invalid/q.xml", env=env).returncode, 1)
 
 
 if __name__ == "__main__":
