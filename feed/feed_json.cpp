@@ -405,7 +405,8 @@ static bool json_entry_links(json_run_t *j, const json_node_t *item, entry_t *en
 static void json_entry(json_run_t *j, const json_node_t *item) {
     reader_t *reader = j->run.reader;
     const json_document_t *doc = j->doc;
-    if (item->kind != json_object || !reader_text_fits(reader, (u64)item->size * 3 + 64)) return;
+    // A text grows at most five times (content_text with its &amp;s escaped).
+    if (item->kind != json_object || !reader_text_fits(reader, (u64)item->size * 5 + 64)) return;
     reader_text_mark_t mark = reader_text_mark(reader);
     date_t saved_newest = j->run.newest;
     entry_t *entry = reader_new_entry(reader);
