@@ -119,6 +119,58 @@ static u64 json_scalar(json_node_t *node, const u8 *text, u64 p, u64 size, u32 *
     return end;
 }
 
+struct json_frame_t {
+    u32 node, last; // an open object or array, and its last child so far
+};
+
+// After a value inside a container: a comma, or the container's end.
+// Returns where reading goes on; *depth drops when the container closed.
+static u64 json_after_value(json_document_t *doc, json_frame_t *stack, u32 *depth, u64 p, u64 size,
+                            bool *value_done, u32 *error) {
+    json_node_t *container = &doc->nodes[stack[*depth - 1].node];
+    u8 close = container->kind == json_object ? '}' : ']';
+    if (p < size && doc->text[p] == ',') {
+        *value_done = false;
+        return p + 1;
+    }
+    if (p < size && doc->text[p] == close) {
+        container->size = (u32)(p + 1 - container->start);
+        (*depth)--;
+        return p + 1;
+    }
+    *error = feed_parse_json_invalid;
+    return p;
+}
+
+// A member's key and its colon at p; returns where its value starts (0 on
+// a break of the grammar).
+static u64 json_key(const u8 *text, u64 p, u64 size, u32 *key_start, u32 *key_size) {
+    u64 end = text[p] == '"' ? json_string_end(text, p, size) : 0;
+    if (!end) return 0;
+    *key_start = (u32)p + 1, *key_size = (u32)(end - p - 2);
+    p = json_skip_space(text, end, size);
+    if (p == size || text[p] != ':') return 0;
+    p = json_skip_space(text, p + 1, size);
+    return p == size ? 0 : p;
+}
+
+// A new node for the value at p, joined to its parent; null when the
+// memory is full.
+static json_node_t *json_add(data_t *memory, json_document_t *doc, json_frame_t *parent, u32 key_start,
+                             u32 key_size, u64 p) {
+    json_node_t *node = (json_node_t *)data_push(memory, sizeof(json_node_t), alignof(json_node_t));
+    if (!node) return nullptr;
+    if (!doc->nodes) doc->nodes = node;
+    u32 index = doc->count++;
+    *node = json_node_t{0, json_none, json_none, key_start, key_size, (u32)p, 0};
+    if (parent) {
+        if (parent->last == json_none) doc->nodes[parent->node].first = index;
+        else doc->nodes[parent->last].next = index;
+        parent->last = index;
+    }
+    return node;
+}
+
 // The whole document as nodes in `memory`; *error is one of the JSON
 // outcomes when it can't be read.
 static json_document_t json_parse(data_t *memory, const data_t *document, u32 *error) {
@@ -129,73 +181,36 @@ static json_document_t json_parse(data_t *memory, const data_t *document, u32 *e
         *error = feed_parse_json_too_large;
         return doc;
     }
-    struct frame_t {
-        u32 node, last;
-    } stack[json_depth_limit];
+    json_frame_t stack[json_depth_limit];
     u32 depth = 0;
-    u64 p = 0;
-    if (size >= 3 && text[0] == 0xEF && text[1] == 0xBB && text[2] == 0xBF) p = 3;
+    u64 p = size >= 3 && text[0] == 0xEF && text[1] == 0xBB && text[2] == 0xBF ? 3 : 0;
     bool value_done = false;
     while (!*error) {
         p = json_skip_space(text, p, size);
         if (value_done) {
             if (depth == 0) break; // the root is whole
-            json_node_t *container = &doc.nodes[stack[depth - 1].node];
-            u8 close = container->kind == json_object ? '}' : ']';
-            if (p < size && text[p] == ',') {
-                p++;
-                value_done = false;
-            } else if (p < size && text[p] == close) {
-                container->size = (u32)(p + 1 - container->start);
-                p++;
-                depth--;
-            } else {
-                *error = feed_parse_json_invalid;
-            }
+            p = json_after_value(&doc, stack, &depth, p, size, &value_done, error);
             continue;
         }
-        if (p == size) {
+        json_frame_t *parent = depth ? &stack[depth - 1] : nullptr;
+        u32 parent_kind = parent ? doc.nodes[parent->node].kind : 0;
+        if (p == size || (!parent && doc.count)) {
             *error = feed_parse_json_invalid;
             break;
         }
-        frame_t *parent = depth ? &stack[depth - 1] : nullptr;
-        json_node_t *parent_node = parent ? &doc.nodes[parent->node] : nullptr;
         // An empty container closes at once.
-        if (parent && parent->last == json_none && text[p] == (parent_node->kind == json_object ? '}' : ']')) {
+        if (parent && parent->last == json_none && text[p] == (parent_kind == json_object ? '}' : ']')) {
             value_done = true;
             continue;
         }
         u32 key_start = 0, key_size = 0;
-        if (parent_node && parent_node->kind == json_object) {
-            u64 end = text[p] == '"' ? json_string_end(text, p, size) : 0;
-            if (end) {
-                key_start = (u32)p + 1, key_size = (u32)(end - p - 2);
-                p = json_skip_space(text, end, size);
-            }
-            if (!end || p == size || text[p] != ':') {
-                *error = feed_parse_json_invalid;
-                break;
-            }
-            p = json_skip_space(text, p + 1, size);
-            if (p == size) {
-                *error = feed_parse_json_invalid;
-                break;
-            }
-        }
-        json_node_t *node = (json_node_t *)data_push(memory, sizeof(json_node_t), alignof(json_node_t));
-        if (!node) {
-            *error = feed_parse_json_too_large;
+        if (parent_kind == json_object && !(p = json_key(text, p, size, &key_start, &key_size))) {
+            *error = feed_parse_json_invalid;
             break;
         }
-        if (!doc.nodes) doc.nodes = node;
-        u32 index = doc.count++;
-        *node = json_node_t{0, json_none, json_none, key_start, key_size, (u32)p, 0};
-        if (parent) {
-            if (parent->last == json_none) parent_node->first = index;
-            else doc.nodes[parent->last].next = index;
-            parent->last = index;
-        } else if (index != 0) {
-            *error = feed_parse_json_invalid;
+        json_node_t *node = json_add(memory, &doc, parent, key_start, key_size, p);
+        if (!node) {
+            *error = feed_parse_json_too_large;
             break;
         }
         if (text[p] == '{' || text[p] == '[') {
@@ -204,7 +219,7 @@ static json_document_t json_parse(data_t *memory, const data_t *document, u32 *e
                 break;
             }
             node->kind = text[p] == '{' ? json_object : json_array;
-            stack[depth++] = frame_t{index, json_none};
+            stack[depth++] = json_frame_t{doc.count - 1, json_none};
             p++;
             continue;
         }
