@@ -329,7 +329,11 @@ int main(int argc, char **argv) {
     }
     reader_audit(&reader);
     u32 save_reason = 0;
-    if (!reader_save(&reader, &app.user_folder, &app.frame_memory, &save_reason)) {
+    bool saved = reader_save(&reader, &app.user_folder, &app.frame_memory, &save_reason);
+    // The validators are written again for the reader as saved (the purge
+    // changed it), so that the next start trusts them.
+    if (saved && feed_validators.count) feed_validators_save(&feed_validators, &reader, &app.frame_memory);
+    if (!saved) {
         // The reason is in the log too; a Linux user looks on stderr.
         const char text[] = "tidewrack: the reader could not be saved in ";
         os_write_stderr(text, sizeof(text) - 1);

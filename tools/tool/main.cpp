@@ -325,6 +325,8 @@ static bool tool_finish() {
     reader_audit(&tool.reader);
     u32 reason = 0;
     bool saved = reader_save(&tool.reader, &tool.user_folder, &tool.frame_memory, &reason);
+    // The validators are written again for the reader as saved (the purge may have changed it).
+    if (saved && tool.validators.count) feed_validators_save(&tool.validators, &tool.reader, &tool.frame_memory);
     if (!saved) {
         print_error("tidewrack-tool: the reader could not be saved in ");
         print_error_data(&tool.user_folder);
