@@ -104,6 +104,9 @@ void engine_start(engine_t *engine, const engine_hooks_t *hooks) {
     queries->frame_memory = engine->frame_memory;
     queries->wake = wake;
     queries->wake_context = wake_context;
+    // The ETags and dates of the last update, when they belong to this reader.
+    feed_validators_load(&engine->validators, engine->user_folder, reader);
+    queries->validators = &engine->validators;
 }
 
 void engine_scan(engine_t *engine) {
@@ -130,6 +133,10 @@ bool engine_close(engine_t *engine, const char *program, bool write_log, engine_
     reader_audit(&engine->reader);
     u32 reason = 0;
     bool saved = reader_save(&engine->reader, engine->user_folder, engine->frame_memory, &reason);
+    // The validators are written again for the reader as saved (the purge
+    // changed it), so that the next start trusts them.
+    if (saved && engine->validators.count)
+        feed_validators_save(&engine->validators, &engine->reader, engine->frame_memory);
     if (!saved) {
         // The reason is in the log too; a Linux user looks on stderr.
         const char text[] = ": the reader could not be saved in ";

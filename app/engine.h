@@ -38,6 +38,7 @@ struct engine_t {
     feed_query_t slots[feed_query_slot_count];
     file_storage_t file_storage;
     feed_query_context_t queries; // the view pointers are the owner's to set
+    feed_validators_t validators; // the ETags and dates of the last update
     os_event_t *finished;         // set when the owner gave no wake hook
     u32 http_error;               // from opening the session; fetches report it
     bool started;

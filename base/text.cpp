@@ -16,6 +16,13 @@ bool data_equal_ignore_case(const data_t *a, const data_t *b) {
     return true;
 }
 
+bool data_starts_with_ignore_case(const data_t *text, const data_t *prefix) {
+    if (text->used < prefix->used) return false;
+    for (u64 i = 0; i < prefix->used; i++)
+        if (text_fold(text->bytes[i]) != text_fold(prefix->bytes[i])) return false;
+    return true;
+}
+
 bool memory_starts_with(const u8 *first, const u8 *end, const void *prefix, u64 prefix_size) {
     assert_true((first || first == end) && (prefix || prefix_size == 0));
     if ((u64)(end - first) < prefix_size) return false;

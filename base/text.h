@@ -24,6 +24,7 @@ enum : u32 {
 
 // ---- search and comparison ------------------------------------------------------
 bool data_equal_ignore_case(const data_t *a, const data_t *b);
+bool data_starts_with_ignore_case(const data_t *text, const data_t *prefix);
 bool memory_starts_with(const u8 *first, const u8 *end, const void *prefix, u64 prefix_size);
 const u8 *memory_find(const u8 *first, const u8 *end, const void *needle, u64 needle_size);
 // The first byte of that value in [first, end), or `end`; eight bytes a step.

@@ -389,7 +389,7 @@ bool feed_reserve_for_item(reader_t *reader, const xml_node_t *item) {
 
 // ---- the driver -------------------------------------------------------------------------------------
 
-static void feed_log_format_change(const data_t *url, u32 stored_type) {
+void feed_log_format_change(const data_t *url, u32 stored_type) {
     const char *was = stored_type == reader_type_rss ? "RSS" : "Atom";
     const char *now = stored_type == reader_type_rss ? "Atom" : "RSS";
     log_string(log_main, "Parsing: the feed at ");
@@ -430,14 +430,81 @@ static bool feed_document_is_whole(const xml_scan_t *scan) {
 constexpr u64 feed_tree_room = 4 * (xml_tree_block_size + 64);
 constexpr u64 feed_scratch_room = 0x100000;
 
-feed_t *feed_parse(data_t *parse_memory, reader_t *reader, const data_t *document, const data_t *url, feed_t *feed) {
+const char *feed_parse_outcome_text(u32 outcome) {
+    static const char *const texts[feed_parse_outcome_count] = {
+        "the document was read",
+        "the document is no RSS, Atom or JSON Feed document",
+        "an HTML page with no feed link",
+        "the document ends before its root element closes",
+        "the feed changed its format",
+        "not enough memory to read the document",
+        "the JSON Feed document breaks the rules of JSON or is cut short",
+        "the JSON Feed document nests deeper than can be read",
+        "the JSON Feed document holds more values than can be read",
+        "the JSON document is no JSON Feed (its version names none)",
+    };
+    return outcome < feed_parse_outcome_count ? texts[outcome] : "unknown";
+}
+
+// The first non-space byte of a document, past a UTF-8 byte order mark; 0
+// for an empty one.
+static const u8 *feed_document_start(const data_t *document) {
+    const u8 *p = document->bytes, *end = p ? p + document->used : p;
+    if (end - p >= 3 && p[0] == 0xEF && p[1] == 0xBB && p[2] == 0xBF) p += 3;
+    while (p < end && (*p == ' ' || *p == '\t' || *p == '\n' || *p == '\r')) p++;
+    return p < end ? p : nullptr;
+}
+
+bool feed_document_is_html(const data_t *document) {
+    const u8 *p = feed_document_start(document);
+    if (!p) return false;
+    const u8 *end = document->bytes + document->used;
+    // Within the first kilobyte, past comments and the like: "<html" or
+    // "<!doctype html", in any case.
+    u64 size = (u64)(end - p) < 1024 ? (u64)(end - p) : 1024;
+    static const char *const marks[] = {"<!doctype html", "<html"};
+    for (u64 i = 0; i < size; i++) {
+        for (const char *mark : marks) {
+            u64 n = string_length(mark);
+            if (size - i < n) continue;
+            bool same = true;
+            for (u64 k = 0; k < n && same; k++) same = char_to_ascii_lower(p[i + k]) == (u32)mark[k];
+            if (same) return true;
+        }
+    }
+    return false;
+}
+
+static feed_t *feed_parse_markup(data_t *parse_memory, reader_t *reader, const data_t *document, const data_t *url,
+                                 feed_t *feed, u32 *outcome);
+
+feed_t *feed_parse(data_t *parse_memory, reader_t *reader, const data_t *document, const data_t *url, feed_t *feed,
+                   u32 *outcome) {
+    u32 own_outcome = feed_parse_read;
+    if (!outcome) outcome = &own_outcome;
+    *outcome = feed_parse_read;
+    const u8 *start = feed_document_start(document);
+    if (start && *start == '{') {
+        data_t memory = data_block_view_rest(parse_memory);
+        return feed_parse_json(&memory, reader, document, url, feed, outcome);
+    }
+    feed_t *result = feed_parse_markup(parse_memory, reader, document, url, feed, outcome);
+    bool unread = *outcome == feed_parse_not_feed || *outcome == feed_parse_cut;
+    if (unread && feed_document_is_html(document)) *outcome = feed_parse_html;
+    return result;
+}
+
+static feed_t *feed_parse_markup(data_t *parse_memory, reader_t *reader, const data_t *document, const data_t *url,
+                                 feed_t *feed, u32 *outcome) {
     data_t memory = data_block_view_rest(parse_memory);
     if (memory.reserved < feed_tree_room + feed_scratch_room) {
         log_string(log_main, "Parsing: not enough frame memory left to read ");
         log_data(log_main, url);
         log_string(log_main, ".\n");
+        *outcome = feed_parse_no_memory;
         return feed;
     }
+    *outcome = feed_parse_not_feed;
     data_t tag_memory = data_t{memory.reserved - feed_tree_room - feed_scratch_room, 0, memory.bytes};
     xml_scan_t scan = xml_scan_tags(&tag_memory, document);
     memory.used = tag_memory.used;
@@ -472,14 +539,17 @@ feed_t *feed_parse(data_t *parse_memory, reader_t *reader, const data_t *documen
         log_string(log_main, "Parsing: the document from ");
         log_data(log_main, url);
         log_string(log_main, " ends before its root element closes; it was not read.\n");
+        *outcome = feed_parse_cut;
         return feed;
     }
 
     u32 type = found->name_index == xml_channel ? reader_type_rss : reader_type_atom;
     if (feed && feed_get_type(feed) != type) {
         feed_log_format_change(&feed->url, feed_get_type(feed));
+        *outcome = feed_parse_other_format;
         return feed;
     }
+    *outcome = feed_parse_read;
     data_t scratch = data_block_view_rest(&memory);
     if (type == reader_type_rss) return feed_map_rss(reader, found, rdf, url, feed, encoding, &scratch);
     return feed_map_atom(reader, found, url, feed, encoding, &scratch);

@@ -21,7 +21,29 @@
 //
 // `parse_memory` itself is not moved: the parse works in the space behind
 // its `used` bytes, so several documents can be parsed in one frame.
-feed_t *feed_parse(data_t *parse_memory, reader_t *reader, const data_t *document, const data_t *url, feed_t *feed);
+//
+// A document whose first character is "{" is read as a JSON Feed, into Atom
+// records. `outcome` (may be null) says why nothing was read.
+enum : u32 {
+    feed_parse_read = 0,           // the document was read into the feed
+    feed_parse_not_feed = 1,       // no RSS, Atom or JSON Feed document
+    feed_parse_html = 2,           // an HTML page
+    feed_parse_cut = 3,            // the root element never closes
+    feed_parse_other_format = 4,   // the stored feed is of the other type (the user is told)
+    feed_parse_no_memory = 5,      // not enough frame memory to read it
+    feed_parse_json_invalid = 6,   // JSON that breaks the grammar, or cut short
+    feed_parse_json_too_deep = 7,  // JSON nested deeper than the parser follows
+    feed_parse_json_too_large = 8, // JSON of more values than fit the parse memory
+    feed_parse_json_not_feed = 9,  // JSON that is no JSON Feed (no version naming one)
+    feed_parse_outcome_count = 10,
+};
+feed_t *feed_parse(data_t *parse_memory, reader_t *reader, const data_t *document, const data_t *url, feed_t *feed,
+                   u32 *outcome = nullptr);
+// The reason of an outcome, as the user reads it.
+const char *feed_parse_outcome_text(u32 outcome);
+// Whether a document that is no feed looks like an HTML page (a doctype or
+// an html element at its start).
+bool feed_document_is_html(const data_t *document);
 
 // ---- what the two mappings share ----------------------------------------------------------
 
@@ -105,3 +127,10 @@ feed_t *feed_map_rss(reader_t *reader, xml_node_t *channel, xml_node_t *rdf, con
                      u32 encoding, data_t *scratch);
 feed_t *feed_map_atom(reader_t *reader, xml_node_t *feed_node, const data_t *url, feed_t *feed, u32 encoding,
                       data_t *scratch);
+// Tells the log and the user that the stored feed at `url`, of `stored_type`,
+// now serves the other format, and is left as it was.
+void feed_log_format_change(const data_t *url, u32 stored_type);
+// A JSON Feed document to an Atom-type feed (feed_json.cpp). `memory` holds
+// the parse and the conversion space; *outcome is set when nothing was read.
+feed_t *feed_parse_json(data_t *memory, reader_t *reader, const data_t *document, const data_t *url, feed_t *feed,
+                        u32 *outcome);

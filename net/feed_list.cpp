@@ -278,11 +278,14 @@ static const char feed_list_opml_head[] = "<?xml version=\"1.0\" encoding=\"UTF-
                                           "  <body>\n";
 static const char feed_list_opml_tail[] = "  </body>\n</opml>\n";
 
-data_t feed_list_export_text(reader_t *reader, bool opml, data_t *memory) {
+data_t feed_list_export_text(reader_t *reader, bool opml, data_t *memory, u64 *written, u64 *total) {
+    u64 own_written = 0, own_total = 0;
+    if (!written) written = &own_written;
+    if (!total) total = &own_total;
+    *written = *total = 0;
     data_t out = data_block_view_rest(memory);
     out.used = 0;
     u64 tail = opml ? sizeof(feed_list_opml_tail) - 1 : 0;
-    if (!opml && out.reserved > feed_list_plain_capacity) out.reserved = feed_list_plain_capacity;
     if (out.reserved < sizeof(feed_list_opml_head) + tail) return data_t{};
     out.reserved -= tail;
     if (opml) feed_list_put_c(&out, feed_list_opml_head);
@@ -291,6 +294,7 @@ data_t feed_list_export_text(reader_t *reader, bool opml, data_t *memory) {
     for (u32 i = 0; i < feeds->max_entry_count; i++) {
         feed_t *feed = (feed_t *)pool_entry(feeds, sizeof(feed_t), i);
         if (!feed_is_valid(feed)) continue;
+        (*total)++;
         u64 before = out.used;
         bool ok;
         if (!opml) {
@@ -305,14 +309,33 @@ data_t feed_list_export_text(reader_t *reader, bool opml, data_t *memory) {
                  feed_list_put_escaped(&out, &feed->url) && feed_list_put_c(&out, "\"/>\n");
         }
         if (!ok) out.used = before; // what doesn't fit is left out; a shorter one may still fit
+        else (*written)++;
     }
     out.reserved += tail;
     if (opml) feed_list_put_c(&out, feed_list_opml_tail);
     return out;
 }
 
-void feed_list_export(reader_t *reader, const data_t *path, data_t *memory, u32 *error) {
-    if (*error) return;
-    data_t text = feed_list_export_text(reader, feed_list_path_is_opml(path), memory);
+u64 feed_list_export(reader_t *reader, const data_t *path, data_t *memory, u32 *error) {
+    if (*error) return 0;
+    u64 written = 0, total = 0;
+    data_t text = feed_list_export_text(reader, feed_list_path_is_opml(path), memory, &written, &total);
     file_write_all(path, text.bytes, text.used, true, error);
+    if (*error) return 0;
+    const u32 channels[] = {log_main, log_user};
+    for (u32 channel : channels) {
+        log_channel_t *user = log_channel(channel);
+        if (channel == log_user && user && user->data.used) log_string(channel, "\n\n");
+        log_string(channel, "Exported ");
+        log_number(channel, written);
+        log_string(channel, written == 1 ? " feed address to " : " feed addresses to ");
+        log_data(channel, path);
+        if (written < total) {
+            log_string(channel, "; ");
+            log_number(channel, total - written);
+            log_string(channel, " did not fit in memory and were left out");
+        }
+        log_string(channel, channel == log_main ? ".\n" : ".");
+    }
+    return written;
 }

@@ -46,13 +46,16 @@ bool feed_list_path_is_opml(const data_t *path);
 
 // Writes every used feed in slot order, deleted ones too, to `path`
 // (overwriting it): OPML 2.0 with each feed's title, type and address when
-// the path ends in ".opml", else the plain list of addresses, one a line,
-// of at most feed_list_plain_capacity bytes (an address that doesn't fit is
-// left out). The text is built in the free part of `memory`, which is given
-// back. A file that can't be written sets `error` (the file layer's code).
-constexpr u64 feed_list_plain_capacity = 8192;
-void feed_list_export(reader_t *reader, const data_t *path, data_t *memory, u32 *error);
+// the path ends in ".opml", else the plain list of addresses, one a line.
+// The text is built in the free part of `memory`, which is given back; an
+// address that does not fit there is left out. The main log and the user's
+// log say how many addresses were written (and how many were left out).
+// A file that can't be written sets `error` (the file layer's code).
+// Returns the addresses written.
+u64 feed_list_export(reader_t *reader, const data_t *path, data_t *memory, u32 *error);
 
 // The text of the export without the file: returns a view of the bytes,
-// built in the free part of `memory` (which does not grow).
-data_t feed_list_export_text(reader_t *reader, bool opml, data_t *memory);
+// built in the free part of `memory` (which does not grow). `written` and
+// `total` (may be null) count the addresses put in and the feeds there are.
+data_t feed_list_export_text(reader_t *reader, bool opml, data_t *memory, u64 *written = nullptr,
+                             u64 *total = nullptr);

@@ -8,6 +8,7 @@
 #include "base/text.h"
 #include "base/thread_queue.h"
 #include "feed/feed.h"
+#include "net/feed_discovery.h"
 #include "net/feed_list.h"
 #include "net/http.h"
 #include "os/os_core.h"
@@ -36,6 +37,11 @@ void feed_query_start(feed_query_t *slot, const data_t *url, u32 feed_id, feed_q
     slot->content = data_t{};
     slot->wake = wake;
     slot->wake_context = wake_context;
+    slot->status = 0;
+    slot->flags = 0;
+    slot->not_modified = false;
+    slot->validator_cut = false;
+    slot->validators = http_validators_t{};
     feed_query_set_state(slot, feed_query_in_flight);
 }
 
@@ -93,7 +99,7 @@ static void feed_query_log_dropped(feed_query_context_t *context, const data_t *
 // Takes a slot for the copied address and queues its fetch. Running out of
 // slots, storage or ring room drops the query with a line in the log, and
 // the address is given back.
-static void feed_query_queue(feed_query_context_t *context, data_t url, u32 feed_id) {
+static void feed_query_queue(feed_query_context_t *context, data_t url, u32 feed_id, u32 flags = 0) {
     if (!url.bytes) {
         log_string(log_main, "Feed query not started (the file storage is full).\n");
         return;
@@ -105,6 +111,13 @@ static void feed_query_queue(feed_query_context_t *context, data_t url, u32 feed
         return;
     }
     feed_query_start(slot, &url, feed_id, context->wake, context->wake_context);
+    slot->flags = flags;
+    // Only a stored feed may be answered "not modified": a new address must
+    // come whole, whatever an earlier feed of that address left behind.
+    const http_validators_t *known = context->validators && feed_id != feed_query_new_feed
+                                         ? feed_validators_find(context->validators, &url)
+                                         : nullptr;
+    if (known) slot->validators = *known;
     if (!thread_queue_work(context->queue, feed_query_work, slot)) {
         feed_query_log_dropped(context, &url, "the work queue is full");
         slot->url = data_t{};
@@ -236,24 +249,32 @@ void feed_query_work(void *argument) {
     feed_query_t *slot = (feed_query_t *)argument;
     assert_true(feed_query_state(slot) == feed_query_in_flight);
     u32 error = 0;
-    http_file_t file = http_file_open(&slot->url, &error);
-    u64 size = file.content.reserved ? file.content.reserved : feed_query_default_size;
+    const http_validators_t *send = slot->validators.etag_size || slot->validators.modified_size ? &slot->validators
+                                                                                                 : nullptr;
+    http_file_t file = http_file_open(&slot->url, send, &error);
+    // The largest document, whatever length the server gave: a compressed
+    // body's length is not that of the decoded one.
+    u64 size = feed_query_default_size;
     // The block is mapped directly: the memory layer's running total belongs
     // to the main thread, which frees the block with data_virtual_free. Only
     // address space is taken for the whole size; memory is committed as the
-    // body arrives, so a body that stops short costs only what came.
+    // body arrives, so the block grows with what came, up to the limit.
     data_t block = {};
-    if (!error) {
+    if (!error && !file.not_modified) {
         block = data_t{size, 0, (u8 *)os_memory_reserve(size)};
         u64 first = size < feed_query_first_commit ? size : feed_query_first_commit;
         if (block.bytes && os_memory_commit(block.bytes, first)) file.committed = first;
         else if (block.bytes) os_memory_release(block.bytes, size), block = data_t{};
     }
     file.content = data_t{size, 0, block.bytes};
-    http_file_get(&file, &error);
+    if (!file.not_modified) http_file_get(&file, &error);
     http_file_abandon(&file);
     block.used = file.content.used;
 
+    slot->status = file.status;
+    slot->not_modified = file.not_modified;
+    slot->validator_cut = file.validator_cut;
+    if (!file.not_modified) slot->validators = file.validators;
     // Read the wake-up before the hand-over: the slot may be reused at once.
     feed_query_wake_t *wake = slot->wake;
     void *wake_context = slot->wake_context;
@@ -292,10 +313,26 @@ static void feed_query_report_failure(feed_query_context_t *context, feed_query_
     if (user && user->data.used) log_string(log_user, "\n\n");
     log_string(log_user, "Error while retrieving feed: ");
     log_data(log_user, &slot->url);
-    log_string(log_user, "\n    Returned (");
-    log_number(log_user, slot->error);
-    log_string(log_user, ") ");
-    log_string(log_user, name);
+    if (slot->error == http_error_status) {
+        // What the server said, as it would say it.
+        log_string(log_user, "\n    HTTP ");
+        log_number(log_user, slot->status);
+        const char *text = http_status_text(slot->status);
+        if (*text) log_string(log_user, " "), log_string(log_user, text);
+        log_string(log_main, "    HTTP status ");
+        log_number(log_main, slot->status);
+        log_string(log_main, "\n");
+    } else {
+        log_string(log_user, "\n    Returned (");
+        log_number(log_user, slot->error);
+        log_string(log_user, ") ");
+        log_string(log_user, name);
+        if (slot->error == http_error_not_enough_storage) {
+            log_string(log_user, ": the document is larger than ");
+            log_number(log_user, feed_query_default_size >> 20);
+            log_string(log_user, " MB (after decompression); it was not read");
+        }
+    }
 
     context->failed_count++;
     if (context->show_log) context->show_log(context->show_log_context);
@@ -325,6 +362,106 @@ static void feed_query_report_full(feed_query_context_t *context, u32 full) {
                          "program closes, or at once when deleted a second time. Then update again.");
     log_string(log_main, "Parsing: the reader is full; records were refused.\n");
     if (context->show_log) context->show_log(context->show_log_context);
+}
+
+// A document that came back but holds no feed the parser could read: one
+// message with the address and the reason, and the log opens.
+static void feed_query_report_not_feed(feed_query_context_t *context, const data_t *url, const char *reason) {
+    log_string(log_main, "Parsing: no feed read from ");
+    log_data(log_main, url);
+    log_string(log_main, ": ");
+    log_string(log_main, reason);
+    log_string(log_main, "\n");
+    log_channel_t *user = log_channel(log_user);
+    if (user && user->data.used) log_string(log_user, "\n\n");
+    log_string(log_user, "No feed read from ");
+    log_data(log_user, url);
+    log_string(log_user, "\n    ");
+    log_string(log_user, reason);
+    context->not_feed_count++;
+    if (context->show_log) context->show_log(context->show_log_context);
+}
+
+// The page's feed links: the first is added as if typed, and the user's log
+// names it and the others. False when the page names none.
+static bool feed_query_discover(feed_query_context_t *context, reader_t *reader, feed_query_t *slot) {
+    data_t *memory = context->frame_memory;
+    u64 memory_used = memory->used;
+    feed_discovery_t found = feed_discovery_find(memory, &slot->content, &slot->url);
+    if (!found.count) {
+        memory->used = memory_used;
+        return false;
+    }
+    log_string(log_main, "Discovery: ");
+    log_data(log_main, &slot->url);
+    log_string(log_main, " names the feed ");
+    log_data(log_main, &found.links[0]);
+    log_string(log_main, "\n");
+    log_channel_t *user = log_channel(log_user);
+    if (user && user->data.used) log_string(log_user, "\n\n");
+    log_string(log_user, "The page ");
+    log_data(log_user, &slot->url);
+    log_string(log_user, " is not a feed; added the feed it names: ");
+    log_data(log_user, &found.links[0]);
+    if (found.found > 1) {
+        log_string(log_user, "\n    It also names:");
+        for (u64 i = 1; i < found.count; i++) {
+            log_string(log_user, "\n    ");
+            log_data(log_user, &found.links[i]);
+        }
+        if (found.found > found.count) {
+            log_string(log_user, "\n    and ");
+            log_number(log_user, found.found - found.count);
+            log_string(log_user, " more");
+        }
+    }
+    const data_t *first = &found.links[0];
+    if (!feed_query_new_address_queued(context, first)) {
+        data_t copy = feed_query_copy_url(context, first->bytes, first->used);
+        u32 feed_id = feed_query_new_feed;
+        if (copy.bytes) {
+            if (feed_t *known = reader_get_feed_by_url(reader, &copy)) feed_id = known->id;
+        }
+        feed_query_queue(context, copy, feed_id, feed_query_flag_discovered);
+    }
+    memory->used = memory_used;
+    return true;
+}
+
+// Why a document gave no feed. An HTML page given as a new address is
+// searched for the feed links it names; the first is added as if typed.
+static void feed_query_report_outcome(feed_query_context_t *context, reader_t *reader, feed_query_t *slot,
+                                      u32 outcome) {
+    if (outcome == feed_parse_html && slot->feed_id == feed_query_new_feed &&
+        !(slot->flags & feed_query_flag_discovered) && feed_query_discover(context, reader, slot)) {
+        return;
+    }
+    feed_query_report_not_feed(context, &slot->url, feed_parse_outcome_text(outcome));
+}
+
+// A 304: the stored feed is the document; nothing is parsed.
+static void feed_query_unchanged(feed_query_context_t *context, feed_query_t *slot) {
+    log_string(log_main, "Not modified: ");
+    log_data(log_main, &slot->url);
+    log_string(log_main, "\n");
+    context->unchanged_count++;
+    feed_query_release(context, slot);
+}
+
+// What the parse learnt about the server's validators: kept for a feed that
+// was read, forgotten for anything else.
+static void feed_query_note_validators(feed_query_context_t *context, reader_t *reader, feed_query_t *slot,
+                                       bool read) {
+    if (!context->validators) return;
+    if (slot->validator_cut) {
+        log_string(log_main, "Validators: the ETag or Last-Modified of ");
+        log_data(log_main, &slot->url);
+        log_string(log_main, " is too long to keep; the feed is fetched whole each time.\n");
+    }
+    http_validators_t none = {};
+    feed_validators_set(context->validators, reader, &slot->url, read ? &slot->validators : &none);
+    // The file names the reader it is true beside: a read feed changed it.
+    if (read) context->validators->changed = true;
 }
 
 static void feed_query_parse(feed_query_context_t *context, reader_t *reader, feed_query_t *slot) {
@@ -358,9 +495,14 @@ static void feed_query_parse(feed_query_context_t *context, reader_t *reader, fe
     data_t *frame_memory = context->frame_memory;
     u64 frame_used = frame_memory->used;
     reader->full = 0;
-    feed_t *parsed = feed_parse(frame_memory, reader, &slot->content, &slot->url, feed);
+    u32 outcome = feed_parse_read;
+    feed_t *parsed = feed_parse(frame_memory, reader, &slot->content, &slot->url, feed, &outcome);
     frame_memory->used = frame_used;
     context->parsed_count++;
+    feed_query_note_validators(context, reader, slot, outcome == feed_parse_read && parsed);
+    if (outcome != feed_parse_read && outcome != feed_parse_other_format) {
+        feed_query_report_outcome(context, reader, slot, outcome);
+    }
 
     if (guid.used && selected_feed && *selected_feed) {
         *selected_entry = reader_get_entry_by_guid(reader, (*selected_feed)->id, &guid);
@@ -395,7 +537,13 @@ void feed_queries_check(feed_query_context_t *context, reader_t *reader) {
         feed_query_t *slot = &context->slots[i];
         if (feed_query_state(slot) != feed_query_finished) continue;
         if (slot->error) feed_query_report_failure(context, slot);
+        else if (slot->not_modified) feed_query_unchanged(context, slot);
         else feed_query_parse(context, reader, slot);
         feed_query_set_state(slot, feed_query_free);
+    }
+    // The validators are written once an update has come back whole.
+    feed_validators_t *validators = context->validators;
+    if (validators && validators->changed && !feed_query_busy_count(context->slots, context->slot_count)) {
+        feed_validators_save(validators, reader, context->frame_memory);
     }
 }

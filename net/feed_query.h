@@ -11,6 +11,7 @@
 #pragma once
 
 #include "base/memory.h"
+#include "net/feed_validators.h"
 #include "net/file_storage.h"
 #include "reader/reader.h"
 
@@ -42,6 +43,15 @@ struct feed_query_t {
     data_t content;          // the fetched document, a block of its own
     feed_query_wake_t *wake; // what the worker calls when done (may be null)
     void *wake_context;
+    u32 status;              // the final HTTP status (0 without an answer)
+    u32 flags;               // feed_query_flag_*
+    bool not_modified;       // a 304: the feed is as stored
+    bool validator_cut;      // the answer's ETag or Last-Modified was too long to keep
+    http_validators_t validators; // sent with the request; the answer's when finished
+};
+
+enum : u32 {
+    feed_query_flag_discovered = 1, // the address was found on a page: a page it gives is not searched again
 };
 
 // Called by the scan when a fetch failed, after the message is on log
@@ -84,6 +94,9 @@ struct feed_query_context_t {
     u32 parsed_count;             // documents handed to the parser, counted up
     u32 full_reported;            // reader_full_* bits the user was told of in this action
     u32 refused_count;            // parses that found the reader full, counted up
+    feed_validators_t *validators; // ETags and dates sent back (may be null: every fetch is whole)
+    u32 unchanged_count;          // 304 answers seen by the scan, counted up
+    u32 not_feed_count;           // documents that held no feed, counted up
 };
 
 // The four user actions. Each first starts a new generation when the

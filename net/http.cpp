@@ -2,6 +2,7 @@
 #include "net/http.h"
 
 #include "base/profiler.h"
+#include "base/text.h"
 #include "os/os_core.h"
 #include "os/os_net.h"
 
@@ -17,7 +18,30 @@ const char *const http_error_names[http_error_count] = {
     "http_error_not_enough_storage",
     "http_error_file_storage_not_initialized",
     "http_error_uri_is_not_zero_terminated",
+    "http_error_status",
 };
+
+const char *http_status_text(u32 status) {
+    static const struct {
+        u32 status;
+        const char *text;
+    } table[] = {{400, "Bad Request"}, {401, "Unauthorized"}, {402, "Payment Required"}, {403, "Forbidden"},
+                 {404, "Not Found"}, {405, "Method Not Allowed"}, {406, "Not Acceptable"},
+                 {407, "Proxy Authentication Required"}, {408, "Request Timeout"}, {409, "Conflict"},
+                 {410, "Gone"}, {411, "Length Required"}, {412, "Precondition Failed"},
+                 {413, "Content Too Large"}, {414, "URI Too Long"}, {415, "Unsupported Media Type"},
+                 {416, "Range Not Satisfiable"}, {418, "I'm a teapot"}, {421, "Misdirected Request"},
+                 {422, "Unprocessable Content"}, {425, "Too Early"}, {426, "Upgrade Required"},
+                 {429, "Too Many Requests"}, {431, "Request Header Fields Too Large"},
+                 {451, "Unavailable For Legal Reasons"}, {500, "Internal Server Error"}, {501, "Not Implemented"},
+                 {502, "Bad Gateway"}, {503, "Service Unavailable"}, {504, "Gateway Timeout"},
+                 {505, "HTTP Version Not Supported"}, {507, "Insufficient Storage"},
+                 {511, "Network Authentication Required"}};
+    for (const auto &row : table) {
+        if (row.status == status) return row.text;
+    }
+    return "";
+}
 
 const char *http_error_name(u32 error) {
     return error < http_error_count ? http_error_names[error] : "http_error_unknown";
@@ -41,7 +65,28 @@ void http_set_time_limits(u32 connect_seconds, u32 stall_seconds, u32 total_seco
     os_net_set_time_limits(connect_seconds, stall_seconds, total_seconds);
 }
 
-http_file_t http_file_open(const data_t *url, u32 *error) {
+// "Name: value" into `line` (zero-terminated); false when it doesn't fit.
+static bool http_header_line(char *line, u64 capacity, const char *name, const u8 *value, u32 size) {
+    u64 name_size = string_length(name);
+    if (name_size + size + 1 > capacity) return false;
+    memory_copy(line, name, name_size);
+    memory_copy(line + name_size, value, size);
+    line[name_size + size] = 0;
+    return true;
+}
+
+// The answer's validators; one too long to keep is left out and noted.
+static void http_read_validators(http_file_t *file) {
+    http_validators_t *v = &file->validators;
+    u64 size = os_net_header(file->handle, "ETag", (char *)v->etag, sizeof(v->etag));
+    if (size <= sizeof(v->etag)) v->etag_size = (u32)size;
+    else file->validator_cut = true;
+    size = os_net_header(file->handle, "Last-Modified", (char *)v->modified, sizeof(v->modified));
+    if (size <= sizeof(v->modified)) v->modified_size = (u32)size;
+    else file->validator_cut = true;
+}
+
+http_file_t http_file_open(const data_t *url, const http_validators_t *validators, u32 *error) {
     http_file_t file = {};
     if (*error) return file;
     PROFILE_SCOPE(http_file_open);
@@ -63,12 +108,38 @@ http_file_t http_file_open(const data_t *url, u32 *error) {
     memory_copy(address, url->bytes, size);
     address[size] = 0;
 
+    char lines[2][http_etag_capacity + 32];
+    const char *headers[2];
+    u32 header_count = 0;
+    if (validators && validators->etag_size &&
+        http_header_line(lines[header_count], sizeof(lines[0]), "If-None-Match: ", validators->etag,
+                         validators->etag_size)) {
+        headers[header_count] = lines[header_count], header_count++;
+    }
+    if (validators && validators->modified_size &&
+        http_header_line(lines[header_count], sizeof(lines[0]), "If-Modified-Since: ", validators->modified,
+                         validators->modified_size)) {
+        headers[header_count] = lines[header_count], header_count++;
+    }
+
     u32 failure = 0;
-    file.handle = os_net_open(address, &failure, &file.detail);
+    file.handle = os_net_open(address, headers, header_count, &failure, &file.detail);
     if (!file.handle) {
         *error = failure == os_net_failed_transfer ? http_error_internet_read_file : http_error_internet_open_url;
         return file;
     }
+    file.status = os_net_status(file.handle);
+    if (file.status == 304) {
+        file.not_modified = true;
+        http_file_abandon(&file);
+        return file;
+    }
+    if (file.status >= 400) {
+        *error = http_error_status;
+        http_file_abandon(&file);
+        return file;
+    }
+    http_read_validators(&file);
     u64 length = 0;
     if (os_net_content_length(file.handle, &length)) file.content.reserved = length;
     if (file.content.reserved > http_default_size) {

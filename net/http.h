@@ -22,7 +22,8 @@ enum : u32 {
     http_error_not_enough_storage = 8,
     http_error_file_storage_not_initialized = 9,
     http_error_uri_is_not_zero_terminated = 10,
-    http_error_count = 11,
+    http_error_status = 11, // the server answered 4xx or 5xx; http_file_t.status says which
+    http_error_count = 12,
 };
 
 // The names shown to the user, indexed by the error value.
@@ -34,6 +35,20 @@ const char *http_detail_text(u32 detail);
 
 constexpr u64 http_default_size = 0x500000; // the body block when no length is given, and the largest body
 constexpr u64 http_url_capacity = 4096;     // longest address, with its terminator
+constexpr u64 http_etag_capacity = 256;     // longest ETag kept; a longer one is not kept
+constexpr u64 http_modified_capacity = 64;  // longest Last-Modified kept
+
+// What a server said about the version of a document it sent, sent back on
+// the next fetch so that an unchanged document costs a 304 and no body.
+struct http_validators_t {
+    u32 etag_size;     // 0: none
+    u32 modified_size; // 0: none
+    u8 etag[http_etag_capacity];
+    u8 modified[http_modified_capacity];
+};
+
+// The reason phrase of a status ("Not Found"), or "" for one not in the table.
+const char *http_status_text(u32 status);
 
 struct http_file_t {
     os_net_request_t *handle;
@@ -41,6 +56,10 @@ struct http_file_t {
     u32 detail;     // the HTTP library's own code of a failure, for the log
     u64 committed;  // bytes of content usable so far, when the caller gave
                     // address space only (see http_file_get); 0 otherwise
+    u32 status;     // the final HTTP status, 0 before an answer
+    bool not_modified;     // a 304: the document is as the validators sent said; no body
+    bool validator_cut;    // a validator of the answer was too long to keep
+    http_validators_t validators; // those of the answer
 };
 
 void http_init(const char *user_agent, u32 *error);
@@ -53,9 +72,13 @@ void http_set_time_limits(u32 connect_seconds, u32 stall_seconds, u32 total_seco
 
 // Starts the GET of `url` (UTF-8; its used bytes, no terminator needed) and
 // reads the content length into content.reserved when the server gives one.
-// A length above http_default_size is refused at once with
-// http_error_not_enough_storage: no block is taken for a claim.
-http_file_t http_file_open(const data_t *url, u32 *error);
+// With `validators` (may be null), the request is conditional; a 304 sets
+// not_modified and ends the request. A 4xx or 5xx answer sets
+// http_error_status. A length above http_default_size is refused at once with
+// http_error_not_enough_storage: no block is taken for a claim. The length
+// is that of the bytes sent, which may be compressed: the body read can be
+// longer, and its limit is the caller's buffer.
+http_file_t http_file_open(const data_t *url, const http_validators_t *validators, u32 *error);
 // Reads the body into content.bytes, whose reserved size the caller set, and
 // ends the request. A body longer than the buffer ends the request at the
 // buffer's end with http_error_not_enough_storage. When `committed` is below

@@ -166,7 +166,7 @@ void image_query_work(void *argument) {
     image_query_t *slot = (image_query_t *)argument;
     assert_true(image_query_state(slot) == image_state_fetching);
     u32 error = 0;
-    http_file_t file = http_file_open(&slot->url, &error);
+    http_file_t file = http_file_open(&slot->url, nullptr, &error);
     u64 size = file.content.reserved ? file.content.reserved : image_query_default_size;
     if (!error && size > image_query_max_size) error = http_error_not_enough_storage;
     // Mapped directly: the memory layer's running total is the main thread's.

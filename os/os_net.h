@@ -34,9 +34,16 @@ bool os_net_session_is_open();
 void os_net_set_time_limits(u32 connect_seconds, u32 stall_seconds, u32 total_seconds);
 
 // Starts a GET of the zero-terminated address and waits until the final
-// answer (after redirects) has begun or ended. Null on failure, with the
-// reason in *failure and the library's code in *detail (for the log).
-os_net_request_t *os_net_open(const char *url, u32 *failure, u32 *detail);
+// answer (after redirects) has begun or ended. `headers` are extra request
+// header lines ("Name: value", zero-terminated). The body is asked for in
+// every compression the library decodes, and reads give it decoded. A proxy
+// named by http_proxy, https_proxy and no_proxy is used. Null on failure,
+// with the reason in *failure and the library's code in *detail (for the log).
+os_net_request_t *os_net_open(const char *url, const char *const *headers, u32 header_count, u32 *failure,
+                              u32 *detail);
+// The value of the final answer's header `name`: its size, with the bytes
+// copied to `destination` only when they fit `capacity`. 0 when absent.
+u64 os_net_header(os_net_request_t *request, const char *name, char *destination, u64 capacity);
 // The final answer's content length; false when the server gave none.
 bool os_net_content_length(os_net_request_t *request, u64 *length);
 // Reads up to `size` bytes of the body. Returns the bytes read (0 at the end

@@ -105,6 +105,8 @@ vec4 rect_clip(vec4 a, vec4 b) {
     return vec4{fmaxf(a.x, b.x), fmaxf(a.y, b.y), fminf(a.z, b.z), fminf(a.w, b.w)};
 }
 
+vec4 rect_move(vec4 rect, f32 dx, f32 dy) { return vec4{rect.x + dx, rect.y + dy, rect.z + dx, rect.w + dy}; }
+
 bool rect_is_whole(vec4 r) { return floorf(r.x) == r.x && floorf(r.y) == r.y && floorf(r.z) == r.z && floorf(r.w) == r.w; }
 
 ui_theme_t ui_theme;

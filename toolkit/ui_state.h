@@ -78,6 +78,7 @@ bool rect_contains_rect(vec4 outer, vec4 inner); // all edges inclusive
 bool rect_overlap(vec4 a, vec4 b);               // a common area above 0
 vec4 rect_clip(vec4 a, vec4 b);                  // the intersection, all zeros without overlap
 bool rect_is_whole(vec4 rect);                   // all four coordinates are whole numbers
+vec4 rect_move(vec4 rect, f32 dx, f32 dy);
 
 // ---- state ---------------------------------------------------------------------------------
 // Kinds of the widget that holds `active`.

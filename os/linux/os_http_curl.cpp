@@ -41,6 +41,7 @@ struct os_net_request_t {
     bool paused;
     bool done;
     CURLcode result;
+    curl_slist *headers; // the request's extra header lines
     u8 spill[os_net_spill_size];
 };
 
@@ -133,6 +134,7 @@ static void os_net_release(os_net_request_t *request) {
     if (request->multi && request->easy) curl_multi_remove_handle(request->multi, request->easy);
     if (request->easy) curl_easy_cleanup(request->easy);
     if (request->multi) curl_multi_cleanup(request->multi);
+    if (request->headers) curl_slist_free_all(request->headers);
     os_memory_release(request, sizeof(os_net_request_t));
 }
 
@@ -169,7 +171,8 @@ static u32 os_net_detail_of(os_net_request_t *request) {
     return (u32)request->result;
 }
 
-os_net_request_t *os_net_open(const char *url, u32 *failure, u32 *detail) {
+os_net_request_t *os_net_open(const char *url, const char *const *headers, u32 header_count, u32 *failure,
+                              u32 *detail) {
     *failure = os_net_ok;
     *detail = 0;
     if (!os_net_session.open) {
@@ -197,7 +200,10 @@ os_net_request_t *os_net_open(const char *url, u32 *failure, u32 *detail) {
     curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "http,https");
     curl_easy_setopt(easy, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
     curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
-    curl_easy_setopt(easy, CURLOPT_PROXY, ""); // direct, whatever the environment says
+    // http_proxy, https_proxy and no_proxy from the environment, as libcurl reads them.
+    // Every encoding this libcurl decodes is asked for, and a body compressed
+    // without being asked is decoded too; the reads see the decoded bytes.
+    curl_easy_setopt(easy, CURLOPT_ACCEPT_ENCODING, "");
     curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT, (long)os_net_session.connect_seconds.load());
     curl_easy_setopt(easy, CURLOPT_LOW_SPEED_LIMIT, 1L);
     curl_easy_setopt(easy, CURLOPT_LOW_SPEED_TIME, (long)os_net_session.stall_seconds.load());
@@ -207,6 +213,16 @@ os_net_request_t *os_net_open(const char *url, u32 *failure, u32 *detail) {
     curl_easy_setopt(easy, CURLOPT_BUFFERSIZE, (long)os_net_chunk_size);
     curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, os_net_write);
     curl_easy_setopt(easy, CURLOPT_WRITEDATA, request);
+    for (u32 i = 0; i < header_count; i++) {
+        curl_slist *list = curl_slist_append(request->headers, headers[i]);
+        if (!list) {
+            os_net_release(request);
+            *failure = os_net_failed_memory;
+            return nullptr;
+        }
+        request->headers = list;
+    }
+    if (request->headers) curl_easy_setopt(easy, CURLOPT_HTTPHEADER, request->headers);
     if (curl_multi_add_handle(request->multi, easy) != CURLM_OK) {
         os_net_release(request);
         *failure = os_net_failed_memory;
@@ -236,6 +252,14 @@ u32 os_net_status(os_net_request_t *request) {
     long status = 0;
     curl_easy_getinfo(request->easy, CURLINFO_RESPONSE_CODE, &status);
     return (u32)status;
+}
+
+u64 os_net_header(os_net_request_t *request, const char *name, char *destination, u64 capacity) {
+    curl_header *header = nullptr;
+    if (curl_easy_header(request->easy, name, 0, CURLH_HEADER, -1, &header) != CURLHE_OK || !header) return 0;
+    u64 size = strlen(header->value);
+    if (size <= capacity) memcpy(destination, header->value, size);
+    return size;
 }
 
 i64 os_net_read(os_net_request_t *request, void *destination, u64 size, u32 *detail) {

@@ -17,10 +17,10 @@ std::string utf16(const std::string &ascii, bool big_endian, bool mark) {
     return out;
 }
 
-std::vector<std::string> read_list(std::string text, u32 *format = nullptr, u64 *found = nullptr) {
+std::vector<std::string> read_list(std::string text, u32 *format = nullptr, u64 *found = nullptr, u64 capacity = 4) {
     data_t memory = data_virtual_alloc(0x200000, 0);
     data_t t = {text.size(), text.size(), (u8 *)text.data()};
-    feed_list_t list = feed_list_read(&memory, &t, 4);
+    feed_list_t list = feed_list_read(&memory, &t, capacity);
     std::vector<std::string> out;
     for (u64 i = 0; i < list.count; i++) out.emplace_back((const char *)list.addresses[i].bytes, list.addresses[i].used);
     if (format) *format = list.format;
@@ -112,6 +112,29 @@ TEST(feed_list, export_writes_opml_or_the_plain_list_by_the_name_and_reads_back)
 
     data_t plain = feed_list_export_text(&r.reader, false, &r.frame_memory);
     EXPECT_EQ(std::string((const char *)plain.bytes, plain.used), "http://a/?x=1&y=2\nhttp://b/\n");
+}
+
+TEST(feed_list, an_export_of_every_feed_with_long_addresses_reads_back_whole) {
+    test_reader_t r;
+    std::vector<std::string> urls;
+    for (int i = 0; i < (int)reader_feed_capacity; i++) {
+        urls.push_back("http://example.org/" + std::to_string(i) + "/" + std::string(2000, 'a' + i % 26));
+        feed_t *f = reader_new_feed(&r.reader, reader_type_rss);
+        data_t u = data_from_pointer(urls.back().data(), urls.back().size());
+        f->url = reader_text_add(&r.reader, &u);
+    }
+    for (const char *name : {"tidewrack_long.txt", "tidewrack_long.opml"}) {
+        clear_user_log();
+        std::string path = ::testing::TempDir() + name;
+        data_t p = view_of(path);
+        u32 error = 0;
+        EXPECT_EQ(feed_list_export(&r.reader, &p, &r.frame_memory, &error), urls.size());
+        ASSERT_EQ(error, 0u);
+        std::ifstream f(path, std::ios::binary);
+        std::string text((std::istreambuf_iterator<char>(f)), {});
+        EXPECT_EQ(read_list(text, nullptr, nullptr, 1000), urls) << name;
+        EXPECT_EQ(user_log(), "Exported 100 feed addresses to " + path + ".");
+    }
 }
 
 TEST(feed_list, an_import_beyond_the_capacity_adds_what_fits_and_says_so_once) {

@@ -24,7 +24,7 @@ TEST(image_query, bodies_end_in_their_states) {
         {"gif decodes too", {200, test_gif()}, 10, image_state_ready, 1, 1, 4, ""},
         {"column too narrow for anything", {200, test_png(8, 8)}, 0, image_state_no_size, 0, 0, 4, ""},
         {"404 page", {404, "<html><body>Not found</body></html>"}, 0, image_state_fetch_failed, 0, 0, 0,
-         "image_error_undecodable"},
+         "http_error_status"},
         {"truncated png", {200, test_png(40, 30).substr(0, 60)}, 0, image_state_fetch_failed, 0, 0, 0,
          "image_error_undecodable"},
         {"30000 by 30000 header", {200, test_png_claiming(30000, 30000)}, 0, image_state_fetch_failed, 0, 0, 0,

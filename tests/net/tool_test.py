@@ -107,13 +107,11 @@ class ToolTest(unittest.TestCase):
 
     def test_a_failed_fetch_is_reported_and_gives_status_1(self):
         refused = "http://127.0.0.1:1/x.xml"
-        r = tool("update", "-path", self.folder, refused, self.site.url("/none.xml"))
+        r = tool("update", "-path", self.folder, refused)
         self.assertEqual(r.returncode, 1)
         self.assertEqual(r.stderr, "Error while retrieving feed: " + refused +
                          "\n    Returned (5) http_error_internet_open_url\n")
         self.assertEqual(self.dump()["feeds"], [])
-        page = tool("update", "-path", self.folder, self.site.url("/none.xml"))  # a 404 page only
-        self.assertEqual((page.returncode, page.stderr), (0, ""))
 
     def test_a_failed_save_has_its_own_status_and_the_systems_reason(self):
         # Folders under the temporary names of the next two minutes' saves.
@@ -177,6 +175,57 @@ class ToolTest(unittest.TestCase):
         self.assertEqual(d["entries"][0]["title"], "tab\there")
         # Without --url the file's path is the address.
         self.assertEqual(tool("parse", "-path", self.folder, document).returncode, 0)
+        self.assertEqual(len(self.dump()["feeds"]), 2)
+
+    def test_json_feeds_of_both_versions_become_atom_records(self):
+        def parse(name, document, url):
+            path = os.path.join(self.temp, name)
+            with open(path, "w" if isinstance(document, str) else "wb") as f:
+                f.write(document if isinstance(document, str) else document)
+            return tool("parse", "-path", self.folder, "--url", url, path)
+
+        v11 = json.dumps({
+            "version": "https://jsonfeed.org/version/1.1", "title": "Caf\u00e9 \"news\"", "home_page_url": "https://a.example/",
+            "feed_url": "https://a.example/feed.json", "description": "About", "icon": "https://a.example/i.png",
+            "authors": [{"name": "Ann", "url": "https://ann.example/"}],
+            "items": [{"id": "2", "url": "https://a.example/2", "title": "Two", "content_html": "<p>a &amp; b</p>",
+                       "date_published": "2024-01-02T10:00:00Z", "tags": ["x", "y"],
+                       "attachments": [{"url": "https://a.example/2.mp3", "mime_type": "audio/mpeg", "size_in_bytes": 99}]},
+                      {"id": 1, "content_text": "1 < 2 & 3", "summary": "s", "date_published": "2024-01-01T10:00:00Z",
+                       "date_modified": "2024-01-03T10:00:00Z"},
+                      {"id": "undated", "title": "never new enough"}]})
+        v10 = ('{"version": "https://jsonfeed.org/version/1", "title": "Old", "author": {"name": "Bob"},'
+               ' "items": [{"id": "a", "content_text": "t", "date_published": "2023-05-01T00:00:00Z"}]}')
+        self.assertEqual(parse("a.json", v11, "https://a.example/feed.json").returncode, 0)
+        self.assertEqual(parse("b.json", v10, "https://b.example/feed.json").returncode, 0)
+        d = self.dump()
+        a, b = d["feeds"]
+        self.assertEqual((a["type"], a["title"], a["subtitle"], a["icon"], a["updated"]),
+                         ("atom", 'Caf\u00e9 "news"', "About", "https://a.example/i.png", "2024-01-03 10:00:00"))
+        entries = {e["atom_id"]: e for e in d["entries"]}
+        self.assertEqual(sorted(entries), ["1", "2", "a"])
+        self.assertEqual(entries["2"]["content"], "<p>a &amp; b</p>")
+        self.assertEqual(entries["1"]["content"], "1 &lt; 2 &amp; 3")  # plain text shown as text
+        self.assertEqual(entries["1"]["updated"], "2024-01-03 10:00:00")
+        links = [(l["owner_kind"], l["rel"], l["href"], l["length"]) for l in d["atom_links"]]
+        self.assertEqual(links, [(1, 0, "https://a.example/", 0), (1, 2, "https://a.example/feed.json", 0),
+                                 (2, 0, "https://a.example/2", 0), (2, 3, "https://a.example/2.mp3", 99)])
+        self.assertEqual(sorted(p["name"] for p in d["persons"]), ["Ann", "Bob"])
+        self.assertEqual(sorted(c["term"] for c in d["categories"]), ["x", "y"])
+        # A second read of the same document adds nothing.
+        self.assertEqual(parse("a.json", v11, "https://a.example/feed.json").returncode, 0)
+        self.assertEqual(len(self.dump()["entries"]), 3)
+
+        # Bad documents end in a message naming the address and the reason, and nothing stored.
+        bad = [("deep", '{"a": [' * 100000, "nests deeper"), ("cut", v11[:-40], "breaks the rules of JSON"),
+               ("other", '{"version": "1.1", "items": []}', "no JSON Feed"),
+               ("big", '{"version": "https://jsonfeed.org/version/1.1", "title": "' + "x" * (4 << 20) + '"', "breaks")]
+        for name, document, reason in bad:
+            url = "https://bad.example/" + name
+            r = parse(name + ".json", document, url)
+            self.assertEqual(r.returncode, 1, name)
+            self.assertIn("No feed read from " + url + "\n    ", r.stderr)
+            self.assertIn(reason, r.stderr)
         self.assertEqual(len(self.dump()["feeds"]), 2)
 
     def test_html_gives_tokens_tree_and_the_tokenizer_report_as_json(self):

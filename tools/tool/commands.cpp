@@ -54,7 +54,9 @@ static bool tool_finish(bool write_log) {
 // 0 otherwise. (2 is a bad command line or an unreadable snapshot.)
 static int tool_status(bool saved) {
     if (!saved) return 3;
-    return tool_engine.queries.failed_count || tool_engine.queries.refused_count ? 1 : 0;
+    return tool_engine.queries.failed_count || tool_engine.queries.refused_count || tool_engine.queries.not_feed_count
+               ? 1
+               : 0;
 }
 
 // ---- update, import, parse ------------------------------------------------------------------------
@@ -132,5 +134,7 @@ int tool_export(const tool_args_t *args) {
         print_error("\n");
         return 1;
     }
+    tool_print_user_log(nullptr); // how many were written
+    print_error("\n");
     return 0;
 }

@@ -8,6 +8,7 @@
 //   parse  [-path DIR] [--url URL] FILE   read a local document as if fetched
 //   dump   [-path DIR | FILE.bin]     the newest snapshot (or a file) as JSON
 //   html   [--strict] FILE            tokens and tree of an HTML document as JSON
+//   discover [--url PAGE_URL] FILE | URL   the feed addresses a page names (discover.cpp)
 //   decode LABEL FILE                 FILE's bytes in that encoding, as UTF-8
 //
 // The fetching commands run the same road as the program: the feed query
@@ -36,6 +37,7 @@ static const tool_command_t tool_commands[] = {
     {"parse", tool_parse, tool_option_path | tool_option_url},
     {"dump", tool_dump, tool_option_path},
     {"html", tool_html, tool_option_strict},
+    {"discover", tool_discover, tool_option_url},
     {"decode", tool_decode, 0},
 };
 
@@ -74,6 +76,7 @@ int tool_usage() {
                 "  tidewrack-tool parse [-path DIR] [-log] [--url URL] FILE\n"
                 "  tidewrack-tool dump [-path DIR | FILE.bin]\n"
                 "  tidewrack-tool html [--strict] FILE\n"
+                "  tidewrack-tool discover [--url PAGE_URL] FILE | URL\n"
                 "  tidewrack-tool decode LABEL FILE\n");
     return 2;
 }

@@ -70,3 +70,4 @@ int tool_parse(const tool_args_t *args);
 int tool_dump(const tool_args_t *args);
 int tool_html(const tool_args_t *args);
 int tool_decode(const tool_args_t *args);
+int tool_discover(const tool_args_t *args); // discover.cpp
