@@ -52,13 +52,15 @@ static void app_text_release(void *context, u8 *bytes, u64 size) {
 // icon atlas, the renderer and its seven batches.
 static void app_graphics_init(data_t font_memory) {
     // 13. The two faces. Verdana and Lucida Console where they are installed,
-    // else the system's sans and monospace faces (said on log channel 1).
-    // The files stay loaded for the life of the program.
-    data_t sans_file = font_file_load("Verdana", false);
-    data_t mono_file = font_file_load("Lucida Console", true);
+    // else DejaVu Sans and DejaVu Sans Mono, named so that more installed
+    // fonts never change them (said on log channel 1). The files stay loaded
+    // for the life of the program.
+    data_t sans_file = font_file_load_sans();
+    data_t mono_file = font_file_load_mono();
 
-    // 14. Verdana at 14, 16 and 20 pixels, Lucida Console at 12, then the atlas.
-    font_set_create_application(&font_set, font_memory, &sans_file, &mono_file, &code_points);
+    // 14. Verdana at 14, 16 and 20 pixels, Lucida Console at 12, then the
+    // start glyphs; everything else comes on demand.
+    font_set_create_application(&font_set, font_memory, &sans_file, &mono_file);
 
     // 15. Batches sized from the screen: a screen full of 14-pixel rows of
     // glyphs 2 pixels wide.
@@ -89,15 +91,6 @@ static void app_graphics_init(data_t font_memory) {
     assert_true(index == app_batch_images);
     ui_set_batches(&ui, &renderer, app_batch_rectangles, app_batch_text, app_batch_icons, app_batch_popup_rectangles,
                    app_batch_popup_text, app_batch_popup_icons);
-}
-
-// After the code point list grew: glyphs and atlas are made again over the
-// whole list, and the text batches drop their textures so that the next
-// flush uploads the new atlas.
-static void app_atlas_rebuild() {
-    font_set_rebuild(&font_set, &code_points);
-    gl_texture_delete(&gl_batch_get(&renderer, app_batch_text, true)->texture);
-    gl_texture_delete(&gl_batch_get(&renderer, app_batch_popup_text, true)->texture);
 }
 
 static void app_frame_loop() {
@@ -154,9 +147,6 @@ static void app_frame_loop() {
         // 7. Pictures whose entry went away during their fetch are let go.
         image_queries_check();
 
-        // 8.
-        u32 code_point_count_before = code_points.count;
-
         // 9. Finished fetches are parsed into the reader and their slots freed
         // (under the label queries_check, which the scan sets itself).
         feed_queries_check(&feed_query_context, &reader);
@@ -172,8 +162,8 @@ static void app_frame_loop() {
         }
         mark_end(label_window_content);
 
-        // 12. New letters came in: the atlas is built again in this frame.
-        if (code_points.count > code_point_count_before) app_atlas_rebuild();
+        // 12. New letters need nothing here: their glyphs are made when the
+        // flush first draws them.
 
         // 13.
         mark_start(label_render);
@@ -237,7 +227,9 @@ int main(int argc, char **argv) {
     assert_true(code_point_array);
     code_point_list_init(&code_points, code_point_array, code_point_list_capacity);
     reader.code_points = &code_points;
-    reader.replacement_glyph_index = &replacement_glyph_index;
+    // The fonts keep their own start list and find every other glyph by
+    // its code point, so the reader's index of U+FFFD is needed by nothing.
+    reader.replacement_glyph_index = nullptr;
 
     // 10. The font memory.
     data_t font_memory = data_block_reserve(&general, app_font_memory_size, 8);

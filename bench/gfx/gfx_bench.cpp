@@ -28,10 +28,10 @@ bool graphics_ready() {
     window_create(&window, &title, 1280, 720, window_centred, window_centred, 0);
     if (!window.running) return false;
     window_swap_interval(0); // measure the work, not the display's pace
-    sans = font_file_load("Verdana", false);
-    mono = font_file_load("Lucida Console", true);
+    sans = font_file_load_sans();
+    mono = font_file_load_mono();
     code_point_list_init(&code_points, code_point_storage.data(), (u32)code_point_storage.size());
-    font_set_create_application(&font_set, data_virtual_alloc(0x2000000, 0), &sans, &mono, &code_points);
+    font_set_create_application(&font_set, data_virtual_alloc(0x2000000, 0), &sans, &mono);
     ready = font_set.font_count == 4;
     return ready;
 }

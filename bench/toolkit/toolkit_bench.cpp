@@ -46,11 +46,11 @@ bench_t &bench() {
     static bool tried = false;
     if (tried) return b;
     tried = true;
-    b.sans = font_file_load("Verdana", false);
-    b.mono = font_file_load("Lucida Console", true);
+    b.sans = font_file_load_sans();
+    b.mono = font_file_load_mono();
     if (!b.sans.bytes || !b.mono.bytes) return b;
     code_point_list_init(&b.code_points, b.code_point_storage.data(), (u32)b.code_point_storage.size());
-    font_set_create_application(&b.font_set, data_virtual_alloc(0x2000000, 0), &b.sans, &b.mono, &b.code_points);
+    font_set_create_application(&b.font_set, data_virtual_alloc(0x2000000, 0), &b.sans, &b.mono);
 
     // 1 MB of paragraphs of 2 to 8 sentences of 6 to 28 words.
     unsigned seed = 11;
