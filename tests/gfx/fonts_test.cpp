@@ -145,4 +145,29 @@ TEST(Fonts, GlyphsOnDemandForAnyNumberOfCharacters) {
     check_atlas(&f.set);
 }
 
+// An Arabic sentence with a Latin word and a number reads right to left,
+// the word and the number each keeping their own order.
+TEST(Fonts, MixedDirectionOrder) {
+    // Logical: two Arabic letters, space, "ab", space, "12". The number
+    // follows a Latin word, so it joins its stretch.
+    const u32 text[] = {0x645, 0x631, ' ', 'a', 'b', ' ', '1', '2'};
+    u8 levels[8];
+    EXPECT_EQ(font_bidi_levels(text, 8, levels), 1);
+    u32 order[8] = {0, 1, 2, 3, 4, 5, 6, 7};
+    font_bidi_reorder(levels, 8, order);
+    const u32 expected[] = {3, 4, 5, 6, 7, 2, 1, 0}; // "ab 12" is one left-to-right stretch
+    EXPECT_TRUE(std::equal(order, order + 8, expected));
+    // A Latin paragraph stays in order; bidi controls nested far too deep
+    // are taken as far as the algorithm goes, never a stop.
+    const u32 latin[] = {'a', ' ', 0x5D0, 0x5D1, ' ', 'b'};
+    EXPECT_EQ(font_bidi_levels(latin, 6, levels), 0);
+    std::vector<u32> nested(400, 0x202B);
+    nested.push_back(0x5D0);
+    std::vector<u8> deep(nested.size());
+    font_bidi_levels(nested.data(), (u32)nested.size(), deep.data());
+    std::vector<u32> deep_order(nested.size());
+    for (u32 i = 0; i < deep_order.size(); ++i) deep_order[i] = i;
+    font_bidi_reorder(deep.data(), (u32)deep.size(), deep_order.data());
+}
+
 } // namespace

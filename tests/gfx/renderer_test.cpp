@@ -224,6 +224,14 @@ TEST_F(renderer_test_t, GlyphsOnDemandAndATrimmedListChangesNoCharacter) {
     EXPECT_NEAR(box.t + 1, 100 + g->top, 1.5);
     EXPECT_NEAR(box.b, 100 + g->bottom, 1.5);
     EXPECT_NE(after.pixels, draw_text("\xEF\xBF\xBD", 60, 100, 2).pixels) << "not the replacement character";
+    // Han from a fallback face: glyphs that differ from the box a character
+    // without a face gets (U+FFFF) and from each other.
+    const frame_t zhong = draw_text("中", 60, 100, 2), wen = draw_text("文", 60, 100, 2);
+    const frame_t box_glyph = draw_text("\xEF\xBF\xBF", 60, 100, 2);
+    EXPECT_GT(zhong.lit_box().r - zhong.lit_box().l, 8);
+    EXPECT_NE(zhong.pixels, wen.pixels);
+    EXPECT_NE(zhong.pixels, box_glyph.pixels);
+    EXPECT_NE(wen.pixels, box_glyph.pixels);
 
     const std::string title = "The lifeboat\xE2\x80\x99s \xE2\x98\xBA \xE2\x80\xA6 \xD0\x96";
     code_points.count = code_point_list_start_count;
