@@ -11,6 +11,9 @@
 // frame places its own glyphs again: what was not drawn recently goes.
 // Nothing here has a limit that stops the program; full tables forget.
 //
+// Thai has no spaces between words: a Thai run ends where libthai's
+// dictionary says the word ends, so that lines break between words.
+//
 // Runs of complex scripts are shaped by HarfBuzz; their widths are
 // remembered by their text, so that measuring a long article again is a
 // table read per word.
@@ -18,7 +21,8 @@
 // FreeType takes the program's memory through its FT_Memory: a small
 // allocator of power-of-two classes over one block of this store. HarfBuzz
 // and fontconfig take no allocator and use the C heap: HarfBuzz for one
-// buffer and a font record per face, kept for the life of the program.
+// buffer and a font record per face, kept for the life of the program;
+// libthai for its dictionary, loaded once.
 #include "gfx/font_store.h"
 
 #include "base/files.h"
@@ -34,6 +38,8 @@
 
 #include <fribidi.h>
 #include <hb.h>
+#include <thai/thbrk.h>
+#include <thai/thwbrk.h>
 
 namespace {
 
@@ -41,7 +47,7 @@ constexpr u32 font_store_max_faces = 32;
 constexpr u32 font_store_max_fonts = 8;
 constexpr u32 font_store_char_capacity = 1u << 17;  // characters of all fonts
 constexpr u32 font_store_glyph_capacity = 1u << 16; // rasterised glyphs
-constexpr u32 font_store_run_capacity = 1u << 16;   // widths of shaped runs
+constexpr u32 font_store_run_capacity = 1u << 17;   // widths of shaped runs
 constexpr u64 font_store_heap_size = 0x4000000;     // FreeType's memory: 64 MB of address space
 constexpr u32 font_store_searches_per_frame = 64;   // fontconfig questions a frame may ask
 constexpr u16 font_face_none = 0xFFFF;
@@ -506,17 +512,21 @@ const glyph_t *font_store_glyph(const font_t *font, u32 code_point, bool drawn) 
 
 namespace {
 
-// Letters of the scripts that need shaping, and the marks that join a run.
-bool font_is_complex(u32 c) {
-    return (c >= 0x0590 && c <= 0x08FF) || (c >= 0x0900 && c <= 0x0DFF) || (c >= 0x0E00 && c <= 0x0FFF) ||
-           (c >= 0x1000 && c <= 0x109F) || (c >= 0x1780 && c <= 0x17FF) || (c >= 0xFB1D && c <= 0xFDFF) ||
-           (c >= 0xFE70 && c <= 0xFEFE);
-}
+// The marks that join a run.
 bool font_is_joining_mark(u32 c) {
     return (c >= 0x0300 && c <= 0x036F) || (c >= 0x1AB0 && c <= 0x1AFF) || (c >= 0x1DC0 && c <= 0x1DFF) ||
            (c >= 0x200C && c <= 0x200D) || (c >= 0x20D0 && c <= 0x20FF) || (c >= 0xFE00 && c <= 0xFE0F) ||
            (c >= 0xFE20 && c <= 0xFE2F);
 }
+// Which script a letter of a run belongs to: a run holds one script.
+u32 font_script_group(u32 c) {
+    if ((c >= 0x0590 && c <= 0x05FF) || (c >= 0xFB1D && c <= 0xFB4F)) return 1;
+    if ((c >= 0x0600 && c <= 0x06FF) || (c >= 0x0750 && c <= 0x077F) || (c >= 0x08A0 && c <= 0x08FF) ||
+        (c >= 0xFB50 && c <= 0xFDFF) || (c >= 0xFE70 && c <= 0xFEFE))
+        return 2;
+    return c >> 7;
+}
+
 bool font_is_rtl(u32 c) { return (c >= 0x0590 && c <= 0x08FF) || (c >= 0xFB1D && c <= 0xFDFF) || (c >= 0xFE70 && c <= 0xFEFE); }
 
 u32 font_decode(const u8 *p, const u8 *end, u32 *size) {
@@ -569,15 +579,29 @@ u64 font_run_length(const font_t *font, const u8 *text, u64 bytes) {
     const u8 *end = text + bytes;
     u32 size = 1;
     u32 first = font_decode(text, end, &size);
-    if (!font_is_complex(first)) return 0;
-    u16 face = font_char(store, font->index, first)->face;
-    if (face == font_face_none) return 0;
+    if (!font_may_start_run(first)) return 0;
+    if (font_char(store, font->index, first)->face == font_face_none) return 0;
+    const u32 group = font_script_group(first);
     u64 at = size;
-    for (u32 n = 1; at < bytes && n < font_run_max_code_points; ++n) {
+    u32 n = 1;
+    wchar_t thai[font_run_max_code_points];
+    u32 offsets[font_run_max_code_points + 1] = {0};
+    thai[0] = (wchar_t)first;
+    for (; at < bytes && n < font_run_max_code_points; ++n) {
         u32 c = font_decode(text + at, end, &size);
-        if (!font_is_complex(c) && !font_is_joining_mark(c)) break;
-        if (font_char(store, font->index, c)->face != face && !font_is_joining_mark(c)) break;
+        if (!font_is_joining_mark(c) && (!font_may_start_run(c) || font_script_group(c) != group)) break;
+        offsets[n] = (u32)at;
+        thai[n] = (wchar_t)c;
         at += size;
+    }
+    offsets[n] = (u32)at;
+    if (first >= 0x0E00 && first <= 0x0E7F && n > 1) {
+        static ThBrk *breaker = th_brk_new(nullptr);
+        int breaks[font_run_max_code_points];
+        int found = breaker ? th_brk_wc_find_breaks(breaker, (const thwchar_t *)thai, breaks, n) : 0;
+        // The first word ends at the first break (a break at the run's end
+        // is not reported; the run then ends where it ends).
+        if (found > 0 && breaks[0] > 0 && (u32)breaks[0] < n) return offsets[breaks[0]];
     }
     return at;
 }
@@ -658,6 +682,17 @@ void font_set_atlas_evict(font_set_t *set) {
     ++store->evictions;
 }
 
+void font_set_forget(font_set_t *set) {
+    font_store_t *store = set->store;
+    if (!store) return;
+    font_set_atlas_evict(set);
+    --store->evictions;
+    memory_zero(store->chars, (u64)font_store_char_capacity * sizeof(font_char_t));
+    memory_zero(store->runs, (u64)font_store_run_capacity * sizeof(font_run_slot_t));
+    store->char_count = 0;
+    store->run_count = 0;
+}
+
 font_store_stats_t font_set_store_stats(const font_set_t *set) {
     font_store_stats_t s = {};
     if (!set->store) return s;
@@ -677,6 +712,19 @@ font_store_stats_t font_set_store_stats(const font_set_t *set) {
 // runs of each call and frees it before returning.
 
 bool font_is_right_to_left(u32 code_point) { return font_is_rtl(code_point); }
+
+bool font_starts_right_to_left(const u8 *text, u64 bytes) {
+    const u8 *end = text + bytes;
+    for (u32 n = 0; text < end && n < 256; ++n) {
+        u32 size = 1;
+        u32 c = font_decode(text, end, &size);
+        text += size;
+        if (c < 0x80 && !((c | 0x20) >= 'a' && (c | 0x20) <= 'z')) continue; // ASCII other than letters: weak
+        FriBidiCharType type = fribidi_get_bidi_type(c);
+        if (FRIBIDI_IS_STRONG(type)) return FRIBIDI_IS_RTL(type);
+    }
+    return false;
+}
 
 u8 font_bidi_levels(const u32 *code_points, u32 count, u8 *levels) {
     constexpr u32 chunk = 4096;

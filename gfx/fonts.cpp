@@ -214,6 +214,10 @@ const glyph_t *font_glyph(const font_t *font, u32 code_point) {
     return font_store_glyph(font, code_point, false);
 }
 
+const glyph_t *font_glyph_on_demand(const font_t *font, u32 code_point) {
+    return font_store_glyph(font, code_point, false);
+}
+
 const glyph_t *font_glyph_drawn(const font_t *font, u32 code_point) {
     u32 index = font_glyph_index(font, code_point);
     if (index != font_glyph_none) return &font->glyphs[index];

@@ -73,6 +73,9 @@ void font_set_build(font_set_t *font_set);
 font_t *font_get(font_set_t *font_set, u32 index);
 // Index of the code point in the font's start list, font_glyph_none if absent.
 u32 font_glyph_index(const font_t *font, u32 code_point);
+// A glyph on demand for measuring, for a code point known not to be in
+// the start list.
+const glyph_t *font_glyph_on_demand(const font_t *font, u32 code_point);
 // The glyph for measuring: a start glyph, or one found on demand (its
 // advance is the face's; it has no kerning and no bearing shift). Never null:
 // a character no installed face has gets the primary face's box glyph.
@@ -84,6 +87,9 @@ const glyph_t *font_glyph(const font_t *font, u32 code_point);
 const glyph_t *font_glyph_drawn(const font_t *font, u32 code_point);
 bool font_set_atlas_overflowed(const font_set_t *font_set);
 void font_set_atlas_evict(font_set_t *font_set);
+// Forgets every character, shaped run and glyph on demand (the faces stay
+// open): the store as it is at start-up.
+void font_set_forget(font_set_t *font_set);
 // Figures of the store, for tests, benchmarks and the log.
 struct font_store_stats_t {
     u32 faces;          // faces open, primary and fallback
@@ -101,10 +107,15 @@ font_metrics_t font_metrics(font_set_t *font_set, u32 index);
 // ---- runs of shaped text ----------------------------------------------------------------------
 // A run is a stretch of characters that only look right shaped together:
 // Arabic and Hebrew letters, the Indic and South-East Asian scripts, with
-// the marks that follow them, all from one face and at most
+// the marks that follow them, all of one script and at most
 // font_run_max_code_points long. Layout and drawing cut runs the same way.
 constexpr u32 font_run_max_code_points = 48;
 
+// Letters of the scripts that need shaping: only these start a run.
+inline bool font_may_start_run(u32 c) {
+    return (c >= 0x0590 && c <= 0x08FF) || (c >= 0x0900 && c <= 0x0FFF) || (c >= 0x1000 && c <= 0x109F) ||
+           (c >= 0x1780 && c <= 0x17FF) || (c >= 0xFB1D && c <= 0xFDFF) || (c >= 0xFE70 && c <= 0xFEFE);
+}
 // The bytes of the run that starts at `text`, 0 when the character there
 // doesn't start one.
 u64 font_run_length(const font_t *font, const u8 *text, u64 bytes);
@@ -121,6 +132,9 @@ struct font_run_glyph_t {
 u32 font_run_glyphs(const font_t *font, const u8 *text, u64 bytes, font_run_glyph_t *out, u32 capacity);
 
 // ---- direction ---------------------------------------------------------------------------------
+// Whether the first strong character of the text (within its first 256
+// characters) reads right to left: such a paragraph stands at the right.
+bool font_starts_right_to_left(const u8 *text, u64 bytes);
 // A character of a right-to-left script (Hebrew, Arabic and their kin).
 bool font_is_right_to_left(u32 code_point);
 // The embedding levels of a paragraph's characters by the Unicode

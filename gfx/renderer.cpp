@@ -583,7 +583,7 @@ static u32 gl_text_vertices(gl_batch_t *batch, gl_command_t *command, f32 *verti
                 stop = true;
                 break;
             }
-            u64 run = code_point >= 0x300 ? font_run_length(font, text + at, bytes - at) : 0;
+            u64 run = font_may_start_run(code_point) ? font_run_length(font, text + at, bytes - at) : 0;
             if (run < size) run = size;
             items[count] = gl_text_item_t{(u32)at, (u32)run, code_point, 0};
             code_points[count] = code_point;

@@ -6,6 +6,7 @@ pkg_check_modules(TW_FONTCONFIG REQUIRED IMPORTED_TARGET fontconfig)
 pkg_check_modules(TW_FREETYPE REQUIRED IMPORTED_TARGET GLOBAL freetype2)
 pkg_check_modules(TW_HARFBUZZ REQUIRED IMPORTED_TARGET GLOBAL harfbuzz)
 pkg_check_modules(TW_FRIBIDI REQUIRED IMPORTED_TARGET GLOBAL fribidi)
+pkg_check_modules(TW_LIBTHAI REQUIRED IMPORTED_TARGET GLOBAL libthai)
 
 add_library(tw_os_window_sdl STATIC ${CMAKE_CURRENT_LIST_DIR}/linux/os_window_sdl.cpp)
 tidewrack_product(tw_os_window_sdl)

@@ -6,7 +6,7 @@ level="${1:-build}"
 
 packages=(build-essential cmake ninja-build pkg-config
           libsdl2-dev libcurl4-openssl-dev libstb-dev libfontconfig-dev fonts-dejavu-core
-          libfreetype-dev libharfbuzz-dev libfribidi-dev libgl1-mesa-dri)
+          libfreetype-dev libharfbuzz-dev libfribidi-dev libthai-dev libgl1-mesa-dri)
 if [ "$level" = test ] || [ "$level" = bench ]; then
   packages+=(googletest libgtest-dev xvfb xauth python3 clang xdotool imagemagick x11-utils
              fonts-noto-core fonts-noto-cjk fonts-noto-color-emoji)

@@ -46,7 +46,7 @@ inline bool layout_no_line_start(u32 c) {
                                 0x3087, 0x308E, 0x309D, 0x309E, 0x30A1, 0x30A3, 0x30A5, 0x30A7, 0x30A9, 0x30C3,
                                 0x30E3, 0x30E5, 0x30E7, 0x30EE, 0x30F5, 0x30F6, 0x30FB, 0x30FC, 0xFF01, 0xFF09,
                                 0xFF0C, 0xFF0E, 0xFF1A, 0xFF1B, 0xFF1F, 0xFF3D, 0xFF5D};
-    if (c < 0x3001 || c > 0xFF5D) return false;
+    if (c < 0x3001 || c > 0xFF5D || (c > 0x30FC && c < 0xFF01)) return false;
     for (u16 m : marks)
         if (m == c) return true;
     return false;
@@ -56,10 +56,16 @@ inline bool layout_no_line_end(u32 c) {
            c == 0x3016 || c == 0x3018 || c == 0x301A || c == 0xFF08 || c == 0xFF3B || c == 0xFF5B;
 }
 
+inline bool layout_is_thai(u32 c) { return c >= 0x0E01 && c <= 0x0E5B; }
+
 // A line may break between these two characters although neither is white
-// space: next to an ideographic character, unless a mark forbids it.
+// space: next to an ideographic character, unless a mark forbids it; and
+// between two Thai steps, which are words (a Thai run ends where its first
+// word does).
 inline bool layout_breaks_between(u32 before, u32 after) {
-    if (before == code_point_none || !(layout_is_ideographic(before) || layout_is_ideographic(after))) return false;
+    if (before == code_point_none) return false;
+    if (layout_is_thai(before) && layout_is_thai(after)) return true;
+    if (!(layout_is_ideographic(before) || layout_is_ideographic(after))) return false;
     return !layout_no_line_start(after) && !layout_no_line_end(before) && !layout_is_space(before);
 }
 
@@ -143,9 +149,13 @@ struct layout_step_t {
     f32 left; // the bearing taken off when the step starts a line
 };
 
-inline layout_step_t layout_step(const font_t *font, const u8 *text, u64 at, u64 bytes) {
+// `code_point` and `size`: the character at `at`, when the caller has
+// decoded it already (size 0: not yet).
+inline layout_step_t layout_step(const font_t *font, const u8 *text, u64 at, u64 bytes, u32 code_point = 0,
+                                 u32 size = 0) {
     layout_step_t s = {};
-    s.code_point = layout_decode(text + at, text + bytes, &s.size);
+    s.size = size;
+    s.code_point = size ? code_point : layout_decode(text + at, text + bytes, &s.size);
     s.index = layout_glyph_index(font, s.code_point);
     s.glyphs = 1;
     if (s.index != font_glyph_none) {
@@ -155,14 +165,14 @@ inline layout_step_t layout_step(const font_t *font, const u8 *text, u64 at, u64
         return s;
     }
     // Glyphs on demand have no bearing shift and no kerning.
-    u64 run = s.code_point >= 0x300 ? font_run_length(font, text + at, bytes - at) : 0;
+    u64 run = font_may_start_run(s.code_point) ? font_run_length(font, text + at, bytes - at) : 0;
     if (run > s.size) {
         s.size = (u32)run;
         s.glyphs = (u32)run;
         s.advance = font_run_width(font, text + at, run);
         return s;
     }
-    s.glyph = font_glyph(font, s.code_point);
+    s.glyph = font_glyph_on_demand(font, s.code_point);
     s.advance = s.glyph->advance;
     return s;
 }
@@ -618,8 +628,27 @@ void layout_text(layout_t *layout, layout_command_t *command, bool final) {
     layout_break_t saved = {};
     bool has_saved = false;
 
-    auto line_break = [&]() {
+    // A string whose first strong character reads right to left stands at
+    // the right of a line box of a set width: each line's segments move to
+    // its right edge when the line ends.
+    const bool align_right = layout->line_width < layout_no_line_width && bytes &&
+                             font_starts_right_to_left(text, bytes);
+    u32 line_first_segment = 0;
+    auto line_end = [&]() {
+        if (align_right) {
+            const f32 shift = line_right_limit - line_right;
+            if (final && shift > 0 && command->string.segments)
+                for (u32 s = line_first_segment; s < segment_count; ++s) {
+                    command->string.segments[s].rect.x += shift;
+                    command->string.segments[s].rect.z += shift;
+                }
+            if (line_right_limit > extent.z) extent.z = line_right_limit;
+        }
         if (line_right > extent.z) extent.z = line_right;
+    };
+    auto line_break = [&]() {
+        line_end();
+        line_first_segment = segment_count;
         if (line_left < extent.x) extent.x = line_left;
         pen_y += h + g;
         extent.w = pen_y + h;
@@ -689,7 +718,7 @@ void layout_text(layout_t *layout, layout_command_t *command, bool final) {
             string_start = false;
             continue;
         }
-        const layout_step_t step = layout_step(font, text, i, bytes);
+        const layout_step_t step = layout_step(font, text, i, bytes, c, size);
         size = step.size;
         const u32 glyph_index = step.index;
         f32 w;
@@ -794,7 +823,7 @@ void layout_text(layout_t *layout, layout_command_t *command, bool final) {
         if (!keep) i += size;
         line_break();
     }
-    if (line_right > extent.z) extent.z = line_right;
+    line_end();
     if (extent.z > layout->content_width) layout->content_width = extent.z;
     if (extent.w > layout->content_height) layout->content_height = extent.w;
     command->string.segment_count = segment_count;

@@ -116,6 +116,7 @@ TEST_F(layout_test_t, LineBreaking) {
         {"Han breaks between characters", "中文中文中文", width("中文中") + 1, 0, {"中文中", "文中文"}},
         {"a full stop never starts a line", "中文。中", width("中文") + 1, 0, {"中", "文。", "中"}},
         {"Latin inside Han moves whole", "中文abc", width("中文a") + 1, 0, {"中文", "abc"}},
+        {"Thai breaks between words", "ชาวประมงกลับบ้าน", width("ชาวประมง") + 1, 0, {"ชาวประมง", "กลับบ้าน"}},
     };
     for (const row_t &r : rows) {
         arena.used = 0;
