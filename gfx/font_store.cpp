@@ -48,6 +48,7 @@ constexpr u32 font_store_max_fonts = 8;
 constexpr u32 font_store_char_capacity = 1u << 17;  // characters of all fonts
 constexpr u32 font_store_glyph_capacity = 1u << 16; // rasterised glyphs
 constexpr u32 font_store_run_capacity = 1u << 17;   // widths of shaped runs
+constexpr u32 font_store_advance_slots = 1u << 13;  // a font's recent advances, by code point
 constexpr u64 font_store_heap_size = 0x4000000;     // FreeType's memory: 64 MB of address space
 constexpr u32 font_store_searches_per_frame = 64;   // fontconfig questions a frame may ask
 constexpr u16 font_face_none = 0xFFFF;
@@ -118,6 +119,13 @@ struct font_glyph_slot_t {
     glyph_t glyph;
 };
 
+// The measuring's hot path: a small table per font, indexed by the code
+// point's low bits, so that a long article touches few pages.
+struct font_advance_slot_t {
+    u32 code_point; // + 1; 0 is empty
+    f32 advance;
+};
+
 struct font_run_slot_t {
     u64 key; // a hash of the font and the run's bytes; 0 is empty
     f32 width;
@@ -144,6 +152,7 @@ struct font_store_t {
     u32 frame;
     font_run_slot_t *runs;
     u32 run_count;
+    font_advance_slot_t *advances; // font_store_max_fonts tables
     hb_buffer_t *buffer;
 };
 
@@ -341,8 +350,8 @@ bool font_atlas_take(font_set_t *set, u32 w, u32 h, u32 *x, u32 *y) {
     return true;
 }
 
-// Rasterises a glyph into the atlas. Colour bitmaps give their alpha as
-// coverage, scaled to the font's em.
+// Rasterises a glyph into the atlas. Colour bitmaps are scaled to the font's
+// em and drawn in grey.
 bool font_rasterise(font_set_t *set, u32 face, u32 font, u32 glyph, glyph_t *out) {
     font_store_t *store = set->store;
     font_face_t *f = &store->faces[face];
@@ -355,21 +364,22 @@ bool font_rasterise(font_set_t *set, u32 face, u32 font, u32 glyph, glyph_t *out
     f32 scale = 1.0f;
     u8 *scaled = nullptr;
     if (b->pixel_mode == FT_PIXEL_MODE_BGRA && w && h) {
-        // A colour strike: scale to the em, keep the alpha.
+        // A colour strike: scaled to the em, drawn in grey (the atlas has one
+        // channel): the brightness of its premultiplied colour, never below
+        // a quarter of its alpha, so that dark parts still show.
         scale = store->em[font] / (f32)(f->face->size->metrics.y_ppem ? f->face->size->metrics.y_ppem : 1);
-        u32 sw = (u32)((f32)w * scale + 0.5f), sh = 0;
-        if (sw == 0) sw = 1;
-        u32 error = 0;
-        u32 width = sw, height = 0;
+        u32 width = (u32)((f32)w * scale + 0.5f), height = 0, error = 0;
+        if (width == 0) width = 1;
         image_resize(nullptr, w, h, nullptr, &width, &height, 4, false, 1.0f, &error);
         scaled = (u8 *)font_heap_alloc(&store->heap, (u64)width * height * 4 + 4);
-        if (!scaled || error) return false;
+        if (!scaled || error) {
+            font_heap_free(&store->heap, scaled);
+            return false;
+        }
         // FreeType's rows are top first; image_resize keeps the order.
         image_resize(b->buffer, w, h, scaled, &width, &height, 4, false, 1.0f, &error);
         w = width;
         h = height;
-        sh = height;
-        (void)sh;
     } else if (b->pixel_mode != FT_PIXEL_MODE_GRAY && w && h) {
         return false;
     }
@@ -382,7 +392,11 @@ bool font_rasterise(font_set_t *set, u32 face, u32 font, u32 glyph, glyph_t *out
     for (u32 r = 0; r < h; ++r) {
         u8 *row = set->atlas.bytes + (u64)(y + h - 1 - r) * font_atlas_size + x;
         if (scaled) {
-            for (u32 i = 0; i < w; ++i) row[i] = scaled[((u64)r * w + i) * 4 + 3];
+            for (u32 i = 0; i < w; ++i) {
+                const u8 *p = &scaled[((u64)r * w + i) * 4]; // blue, green, red, alpha
+                u32 grey = (29u * p[0] + 150u * p[1] + 77u * p[2]) >> 8, floor = p[3] / 4u;
+                row[i] = (u8)(grey > floor ? grey : floor);
+            }
         } else {
             memory_copy(row, b->buffer + (i64)r * b->pitch, w);
         }
@@ -409,9 +423,10 @@ void font_store_create(font_set_t *set) {
     u64 chars = (u64)font_store_char_capacity * sizeof(font_char_t);
     u64 glyphs = (u64)font_store_glyph_capacity * sizeof(font_glyph_slot_t);
     u64 runs = (u64)font_store_run_capacity * sizeof(font_run_slot_t);
+    u64 advances = (u64)font_store_max_fonts * font_store_advance_slots * sizeof(font_advance_slot_t);
     u64 atlas = (u64)font_atlas_size * font_atlas_size;
     data_t block =
-        data_virtual_alloc(sizeof(font_store_t) + chars + glyphs + runs + atlas + font_store_heap_size + 512, 0);
+        data_virtual_alloc(sizeof(font_store_t) + chars + glyphs + runs + advances + atlas + font_store_heap_size + 512, 0);
     assert_message(block.bytes, "No memory for the glyph store.");
     font_store_t *store = (font_store_t *)data_push(&block, sizeof(font_store_t), 8);
     memory_zero(store, sizeof(*store));
@@ -419,6 +434,8 @@ void font_store_create(font_set_t *set) {
     store->glyphs = (font_glyph_slot_t *)data_push(&block, glyphs, 8);
     store->runs = (font_run_slot_t *)data_push(&block, runs, 8);
     memory_zero(store->runs, runs);
+    store->advances = (font_advance_slot_t *)data_push(&block, advances, 8);
+    memory_zero(store->advances, advances);
     set->atlas = data_t{atlas, atlas, (u8 *)data_push(&block, atlas, 8)};
     store->heap.block = data_block_reserve_rest(&block, 16);
     memory_zero(store->chars, chars);
@@ -496,6 +513,18 @@ font_store_t *font_store_of(const font_t *font) {
 }
 
 } // namespace
+
+f32 font_store_advance(const font_t *font, u32 code_point) {
+    font_store_t *store = font_store_of(font);
+    if (!store) return 0;
+    font_advance_slot_t *slot =
+        &store->advances[font->index * font_store_advance_slots + (code_point & (font_store_advance_slots - 1))];
+    if (slot->code_point == code_point + 1) return slot->advance;
+    const font_char_t *c = font_char(store, font->index, code_point);
+    // A character whose face search was put off may get another face later.
+    if (!c->provisional) *slot = font_advance_slot_t{code_point + 1, c->glyph.advance};
+    return c->glyph.advance;
+}
 
 const glyph_t *font_store_glyph(const font_t *font, u32 code_point, bool drawn) {
     font_store_t *store = font_store_of(font);
@@ -584,7 +613,7 @@ u64 font_run_length(const font_t *font, const u8 *text, u64 bytes) {
     const u32 group = font_script_group(first);
     u64 at = size;
     u32 n = 1;
-    wchar_t thai[font_run_max_code_points];
+    wchar_t thai[font_run_max_code_points + 1]; // zero-terminated for libthai
     u32 offsets[font_run_max_code_points + 1] = {0};
     thai[0] = (wchar_t)first;
     for (; at < bytes && n < font_run_max_code_points; ++n) {
@@ -595,6 +624,7 @@ u64 font_run_length(const font_t *font, const u8 *text, u64 bytes) {
         at += size;
     }
     offsets[n] = (u32)at;
+    thai[n] = 0;
     if (first >= 0x0E00 && first <= 0x0E7F && n > 1) {
         static ThBrk *breaker = th_brk_new(nullptr);
         int breaks[font_run_max_code_points];
@@ -689,6 +719,7 @@ void font_set_forget(font_set_t *set) {
     --store->evictions;
     memory_zero(store->chars, (u64)font_store_char_capacity * sizeof(font_char_t));
     memory_zero(store->runs, (u64)font_store_run_capacity * sizeof(font_run_slot_t));
+    memory_zero(store->advances, (u64)font_store_max_fonts * font_store_advance_slots * sizeof(font_advance_slot_t));
     store->char_count = 0;
     store->run_count = 0;
 }
@@ -702,7 +733,9 @@ font_store_stats_t font_set_store_stats(const font_set_t *set) {
     s.evictions = set->store->evictions;
     s.memory = sizeof(font_store_t) + (u64)font_store_char_capacity * sizeof(font_char_t) +
                (u64)font_store_glyph_capacity * sizeof(font_glyph_slot_t) +
-               (u64)font_store_run_capacity * sizeof(font_run_slot_t) + (u64)font_atlas_size * font_atlas_size +
+               (u64)font_store_run_capacity * sizeof(font_run_slot_t) +
+               (u64)font_store_max_fonts * font_store_advance_slots * sizeof(font_advance_slot_t) +
+               (u64)font_atlas_size * font_atlas_size +
                set->store->heap.block.used;
     return s;
 }

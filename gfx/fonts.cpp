@@ -214,9 +214,7 @@ const glyph_t *font_glyph(const font_t *font, u32 code_point) {
     return font_store_glyph(font, code_point, false);
 }
 
-const glyph_t *font_glyph_on_demand(const font_t *font, u32 code_point) {
-    return font_store_glyph(font, code_point, false);
-}
+f32 font_advance_on_demand(const font_t *font, u32 code_point) { return font_store_advance(font, code_point); }
 
 const glyph_t *font_glyph_drawn(const font_t *font, u32 code_point) {
     u32 index = font_glyph_index(font, code_point);

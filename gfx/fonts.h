@@ -22,7 +22,7 @@ struct glyph_t {
 };
 
 struct font_set_t;
-struct font_store_t; // faces, the character map and the glyph store (fonts.cpp)
+struct font_store_t; // faces, the character map and the glyph store (gfx/font_store.cpp)
 
 struct font_t {
     stbtt_fontinfo info;
@@ -73,9 +73,9 @@ void font_set_build(font_set_t *font_set);
 font_t *font_get(font_set_t *font_set, u32 index);
 // Index of the code point in the font's start list, font_glyph_none if absent.
 u32 font_glyph_index(const font_t *font, u32 code_point);
-// A glyph on demand for measuring, for a code point known not to be in
-// the start list.
-const glyph_t *font_glyph_on_demand(const font_t *font, u32 code_point);
+// The advance of a glyph on demand, for a code point known not to be in
+// the start list: the measuring's hot path.
+f32 font_advance_on_demand(const font_t *font, u32 code_point);
 // The glyph for measuring: a start glyph, or one found on demand (its
 // advance is the face's; it has no kerning and no bearing shift). Never null:
 // a character no installed face has gets the primary face's box glyph.

@@ -144,7 +144,7 @@ struct layout_step_t {
     u32 size;             // bytes
     u32 glyphs;           // glyph quads it may draw, at most
     u32 index;            // in the font's start list, font_glyph_none otherwise
-    const glyph_t *glyph; // for kerning the next step; null after a run
+    const glyph_t *glyph; // for kerning the next step; null for a glyph on demand or a run
     f32 advance;
     f32 left; // the bearing taken off when the step starts a line
 };
@@ -172,8 +172,7 @@ inline layout_step_t layout_step(const font_t *font, const u8 *text, u64 at, u64
         s.advance = font_run_width(font, text + at, run);
         return s;
     }
-    s.glyph = font_glyph_on_demand(font, s.code_point);
-    s.advance = s.glyph->advance;
+    s.advance = font_advance_on_demand(font, s.code_point);
     return s;
 }
 
