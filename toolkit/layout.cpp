@@ -688,6 +688,7 @@ void layout_text(layout_t *layout, layout_command_t *command, bool final) {
             // else goes on to the steps.
             const glyph_t *glyphs = font->glyphs;
             const u32 low = font->first_code_point;
+            const u64 fast_start = i;
             while (i < bytes) {
                 const u32 b = text[i], distance = b - low;
                 if (b >= 0x80 || b == '\n' || b == '\r' || distance >= 256) break;
@@ -699,7 +700,6 @@ void layout_text(layout_t *layout, layout_command_t *command, bool final) {
                 line_right += w;
                 pen_x += w;
                 previous = &glyphs[index];
-                previous_code_point = b;
                 i += 1;
                 if (layout_is_space(b)) {
                     saved.position = i;
@@ -707,6 +707,7 @@ void layout_text(layout_t *layout, layout_command_t *command, bool final) {
                     saved.line_bytes = line_bytes;
                 }
             }
+            if (i > fast_start) previous_code_point = text[i - 1];
             if (i >= bytes) break;
         }
         u32 size = 1;
