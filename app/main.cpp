@@ -38,13 +38,15 @@ static void app_texture_release(u32 texture) { gl_texture_delete(&texture); }
 // icon atlas, the renderer and its seven batches.
 static void app_graphics_init(data_t font_memory) {
     // 13. The two faces. Verdana and Lucida Console where they are installed,
-    // else the system's sans and monospace faces (said on log channel 1).
-    // The files stay loaded for the life of the program.
-    data_t sans_file = font_file_load("Verdana", false);
-    data_t mono_file = font_file_load("Lucida Console", true);
+    // else DejaVu Sans and DejaVu Sans Mono, named so that more installed
+    // fonts never change them (said on log channel 1). The files stay loaded
+    // for the life of the program.
+    data_t sans_file = font_file_load_sans();
+    data_t mono_file = font_file_load_mono();
 
-    // 14. Verdana at 14, 16 and 20 pixels, Lucida Console at 12, then the atlas.
-    font_set_create_application(&font_set, font_memory, &sans_file, &mono_file, &engine.code_points);
+    // 14. Verdana at 14, 16 and 20 pixels, Lucida Console at 12, then the
+    // start glyphs; everything else comes on demand.
+    font_set_create_application(&font_set, font_memory, &sans_file, &mono_file);
 
     // 15. Batches sized from the screen: a screen full of 14-pixel rows of
     // glyphs 2 pixels wide.
@@ -75,15 +77,6 @@ static void app_graphics_init(data_t font_memory) {
     assert_true(index == app_batch_images);
     ui_set_batches(&ui, &renderer, app_batch_rectangles, app_batch_text, app_batch_icons, app_batch_popup_rectangles,
                    app_batch_popup_text, app_batch_popup_icons);
-}
-
-// After the code point list grew: glyphs and atlas are made again over the
-// whole list, and the text batches drop their textures so that the next
-// flush uploads the new atlas.
-static void app_atlas_rebuild() {
-    font_set_rebuild(&font_set, &engine.code_points);
-    gl_texture_delete(&gl_batch_get(&renderer, app_batch_text, true)->texture);
-    gl_texture_delete(&gl_batch_get(&renderer, app_batch_popup_text, true)->texture);
 }
 
 // The loop never sleeps on its own: the swap interval of 1 sets the pace (on
@@ -120,9 +113,6 @@ static void app_frame_loop() {
         gl_scissor(&renderer, false, 0, 0, 0, 0);
         gl_clear(&renderer, vec4{0, 0, 0, 1});
 
-        // 8.
-        u32 code_point_count_before = engine.code_points.count;
-
         // 7. and 9. Pictures whose entry went away during their fetch are let
         // go; finished fetches are parsed into the reader and their slots freed.
         engine_scan(&engine);
@@ -138,8 +128,8 @@ static void app_frame_loop() {
         }
         mark_end(label_window_content);
 
-        // 12. New letters came in: the atlas is built again in this frame.
-        if (engine.code_points.count > code_point_count_before) app_atlas_rebuild();
+        // 12. New letters need nothing here: their glyphs are made when the
+        // flush first draws them.
 
         // 13.
         mark_start(label_render);
@@ -204,7 +194,7 @@ int main(int argc, char **argv) {
 
     // 6., 9. and 12. The reader, the general block with the code point list,
     // and the newest snapshot.
-    if (!engine_open(&engine, &app.user_folder, &app.frame_memory, nullptr, &replacement_glyph_index)) return 1;
+    if (!engine_open(&engine, &app.user_folder, &app.frame_memory, nullptr, nullptr)) return 1;
     app.start_generation = engine.reader.generation;
 
     // 10. The font memory, behind the code point list.

@@ -63,8 +63,8 @@ u64 size_to_text(u64 byte_count, u8 *destination, u64 size);
 data_t data_size_to_text(data_t *out, u64 byte_count, data_t *arena);
 
 // ---- the list of code points -----------------------------------------------------------
-// Every code point that stored text uses, plus 193 fixed ones. The reader,
-// the glyph atlas and the reader file share the one list.
+// Every code point that stored text uses, plus 193 fixed ones. The reader
+// and the reader file share the one list; the fonts keep their own.
 struct code_point_list_t {
     u32 count;
     u32 capacity;

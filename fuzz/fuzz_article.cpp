@@ -33,13 +33,13 @@ fuzz_t *fuzz_setup() {
     static bool done = false;
     if (done) return &f;
     done = true;
-    static data_t sans = font_file_load("Verdana", false);
-    static data_t mono = font_file_load("Lucida Console", true);
+    static data_t sans = font_file_load_sans();
+    static data_t mono = font_file_load_mono();
     system_info_get();
     reader_init(&f.reader);
     code_point_list_init(&f.code_points, f.code_point_storage.data(), (u32)f.code_point_storage.size());
     f.reader.code_points = &f.code_points;
-    font_set_create_application(&f.font_set, data_virtual_alloc(0x2000000, 0), &sans, &mono, &f.code_points);
+    font_set_create_application(&f.font_set, data_virtual_alloc(0x2000000, 0), &sans, &mono);
     for (u32 type = 1; type <= 2; type++) {
         f.feeds[type - 1] = reader_new_feed(&f.reader, type);
         reader_new_meta(&f.reader, f.feeds[type - 1]);

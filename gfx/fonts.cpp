@@ -1,13 +1,12 @@
-// fonts.cpp - font records, the glyph lookup, kerning and the packing of the
-// one atlas, on stb_truetype.
+// fonts.cpp - font records, the start glyphs and their kerning packed by
+// stb_truetype, and the glyph store on demand (gfx/font_store.cpp).
 #include "gfx/fonts.h"
 
 #include "base/files.h"
 #include "base/log.h"
 #include "base/profiler.h"
-#include "os/os_window.h"
-
-u32 replacement_glyph_index = 191;
+#include "gfx/font_store.h"
+#include "os/os_fonts.h"
 
 void font_set_add(font_set_t *font_set, const data_t *font_file, f32 size, u32 *code_points, u32 count,
                   bool monospaced) {
@@ -19,11 +18,14 @@ void font_set_add(font_set_t *font_set, const data_t *font_file, f32 size, u32 *
                    "Fonts are added before any build.");
     memory_zero(font, sizeof(*font));
     if (!font_set->fonts) font_set->fonts = font;
+    font->set = font_set;
+    font->index = font_set->font_count;
     ++font_set->font_count;
     font->code_points = code_points;
     font->count = count;
     font->size = size;
     font->monospaced = monospaced ? 1 : 0;
+    font->file_size = font_file->used;
     int offset = stbtt_GetFontOffsetForIndex(font_file->bytes, 0);
     if (offset >= 0 && stbtt_InitFont(&font->info, font_file->bytes, offset)) {
         font->scale = stbtt_ScaleForPixelHeight(&font->info, size);
@@ -36,24 +38,6 @@ void font_set_add(font_set_t *font_set, const data_t *font_file, f32 size, u32 *
         // A file the library refuses leaves a font with zero metrics and no glyphs.
         memory_zero(&font->info, sizeof(font->info));
         log_string(log_graphics, "The font file is not a font stb_truetype reads.\n");
-    }
-}
-
-void font_set_set_code_points(font_set_t *font_set, u32 *code_points, u32 count) {
-    for (u32 i = 0; i < font_set->font_count; ++i) {
-        font_set->fonts[i].code_points = code_points;
-        font_set->fonts[i].count = count;
-    }
-}
-
-void font_set_reset_glyphs(font_set_t *font_set) {
-    font_set->memory.used = (u64)((u8 *)(font_set->fonts + font_set->font_count) - font_set->memory.bytes);
-    font_set->atlas = data_t{};
-    font_set->atlas_width = 0;
-    font_set->atlas_height = 0;
-    for (u32 i = 0; i < font_set->font_count; ++i) {
-        font_set->fonts[i].glyphs = nullptr;
-        font_set->fonts[i].kerning = nullptr;
     }
 }
 
@@ -76,7 +60,8 @@ static void font_sort_code_points(u32 *list, u32 count) {
 }
 
 static void font_fill_lookup(font_t *font) {
-    memory_zero(font->direct, sizeof(font->direct));
+    // 0xFF marks a code point of the window that isn't in the list.
+    for (u8 &d : font->direct) d = 0xFF;
     font->first_code_point = font->count ? font->code_points[0] : 0;
     font->first_searched = 0;
     for (u32 i = 0; i < font->count; ++i) {
@@ -177,9 +162,9 @@ static void font_set_pack(font_set_t *font_set) {
                     b[i] = t;
                 }
             }
-            font_set->atlas = data_t{(u64)width * height, (u64)width * height, pixels};
-            font_set->atlas_width = (u16)width;
-            font_set->atlas_height = (u16)height;
+            // The start glyphs go to the bottom left of the whole atlas.
+            font_store_place_start_glyphs(font_set, pixels, width, height);
+            font_set->memory.used = mark;
             return;
         }
         font_set->memory.used = mark;
@@ -200,13 +185,14 @@ void font_set_build(font_set_t *font_set) {
         font_fill_lookup(font);
         font_read_kerning(font_set, f);
     }
+    font_store_create(font_set);
     font_set_pack(font_set);
 }
 
 u32 font_glyph_index(const font_t *font, u32 code_point) {
     u32 distance = code_point - font->first_code_point;
-    if (distance < 256) return font->direct[distance];
-    if (font->count == 0) return replacement_glyph_index;
+    if (distance < 256) return font->direct[distance] == 0xFF ? font_glyph_none : font->direct[distance];
+    if (font->count == 0) return font_glyph_none;
     u32 low = font->first_searched, high = font->count - 1;
     while (low <= high) {
         u32 middle = low + (high - low) / 2;
@@ -219,7 +205,21 @@ u32 font_glyph_index(const font_t *font, u32 code_point) {
             high = middle - 1;
         }
     }
-    return replacement_glyph_index;
+    return font_glyph_none;
+}
+
+const glyph_t *font_glyph(const font_t *font, u32 code_point) {
+    u32 index = font_glyph_index(font, code_point);
+    if (index != font_glyph_none) return &font->glyphs[index];
+    return font_store_glyph(font, code_point, false);
+}
+
+f32 font_advance_on_demand(const font_t *font, u32 code_point) { return font_store_advance(font, code_point); }
+
+const glyph_t *font_glyph_drawn(const font_t *font, u32 code_point) {
+    u32 index = font_glyph_index(font, code_point);
+    if (index != font_glyph_none) return &font->glyphs[index];
+    return font_store_glyph(font, code_point, true);
 }
 
 i32 font_kerning(const font_t *font, const glyph_t *glyph, u32 next_code_point) {
@@ -244,17 +244,26 @@ font_metrics_t font_metrics(font_set_t *font_set, u32 index) {
     return font_metrics_t{index, font_line_height(font, false), font_descent(font)};
 }
 
-data_t font_file_load(const char *family, bool monospace) {
+data_t font_file_load(const char *family, const char *stand_in, bool monospace) {
     char path[4096];
-    bool exact = false;
-    u64 length = os_font_find(family, monospace, path, sizeof(path), &exact);
+    u32 face_index = 0;
+    const char *found = family;
+    u64 length = os_font_find_family(family, monospace, path, sizeof(path), &face_index);
+    if (length == 0 && stand_in) {
+        found = stand_in;
+        length = os_font_find_family(stand_in, monospace, path, sizeof(path), &face_index);
+    }
+    if (length == 0) {
+        found = nullptr;
+        length = os_font_find_any(monospace, path, sizeof(path), &face_index);
+    }
     if (length == 0) {
         log_string(log_graphics, "No font found for \"");
         log_string(log_graphics, family);
         log_string(log_graphics, "\", nor any fallback.\n");
         return data_t{};
     }
-    if (!exact) {
+    if (found != family) {
         log_string(log_graphics, "The font \"");
         log_string(log_graphics, family);
         log_string(log_graphics, "\" isn't installed; using ");
@@ -274,25 +283,26 @@ data_t font_file_load(const char *family, bool monospace) {
     return file;
 }
 
+data_t font_file_load_sans() { return font_file_load("Verdana", "DejaVu Sans", false); }
+data_t font_file_load_mono() { return font_file_load("Lucida Console", "DejaVu Sans Mono", true); }
+
 void font_set_create_application(font_set_t *font_set, data_t font_memory, const data_t *sans_file,
-                                 const data_t *mono_file, code_point_list_t *code_points) {
+                                 const data_t *mono_file) {
     *font_set = font_set_t{};
     font_set->memory = font_memory;
     font_set->memory.used = 0;
+    // The fonts' own start list: the code point list the reader grows is
+    // never read here, so nothing a save does to it moves a glyph. Every set
+    // shares this one (the build sorts it in place, always the same way).
+    static u32 start[code_point_list_start_count];
+    code_point_list_t list = {code_point_list_start_count, code_point_list_start_count, start};
+    if (start[0] == 0) code_point_list_init(&list, start, code_point_list_start_count);
     if (sans_file && sans_file->bytes) {
-        font_set_add(font_set, sans_file, 14, code_points->code_points, code_points->count, false);
-        font_set_add(font_set, sans_file, 16, code_points->code_points, code_points->count, false);
-        font_set_add(font_set, sans_file, 20, code_points->code_points, code_points->count, false);
+        font_set_add(font_set, sans_file, 14, start, list.count, false);
+        font_set_add(font_set, sans_file, 16, start, list.count, false);
+        font_set_add(font_set, sans_file, 20, start, list.count, false);
     }
-    if (mono_file && mono_file->bytes)
-        font_set_add(font_set, mono_file, 12, code_points->code_points, code_points->count, true);
+    if (mono_file && mono_file->bytes) font_set_add(font_set, mono_file, 12, start, list.count, true);
     PROFILE_SCOPE(atlas_create);
-    font_set_build(font_set);
-}
-
-void font_set_rebuild(font_set_t *font_set, code_point_list_t *code_points) {
-    PROFILE_SCOPE(atlas_create);
-    font_set_reset_glyphs(font_set);
-    font_set_set_code_points(font_set, code_points->code_points, code_points->count);
     font_set_build(font_set);
 }

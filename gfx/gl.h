@@ -125,6 +125,9 @@ enum : GLenum {
     X(glTexImage2D, void,                                                                                      \
       (GLenum target, GLint level, GLint internal_format, GLsizei w, GLsizei h, GLint border, GLenum format,   \
        GLenum type, const void *pixels))                                                                       \
+    X(glTexSubImage2D, void,                                                                                   \
+      (GLenum target, GLint level, GLint x, GLint y, GLsizei w, GLsizei h, GLenum format, GLenum type,         \
+       const void *pixels))                                                                                    \
     X(glActiveTexture, void, (GLenum texture))                                                                 \
     X(glGenerateMipmap, void, (GLenum target))                                                                 \
     X(glGenVertexArrays, void, (GLsizei n, GLuint * arrays))                                                   \

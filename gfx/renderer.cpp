@@ -7,6 +7,7 @@
 #include "base/log.h"
 #include "base/profiler.h"
 #include "gfx/fonts.h"
+#include "gfx/font_store.h"
 #include "gfx/gl.h"
 
 // ---- colours and formats ------------------------------------------------------------------
@@ -288,7 +289,7 @@ u32 gl_batch_create_text(gl_renderer_t *renderer, u32 characters, u32 commands, 
         if (font_set->font_count == 0) {
             data_t memory = data_virtual_alloc(0x500000, 0);
             assert_message(memory.bytes, "No memory for the default font.");
-            data_t file = font_file_load("Verdana", false);
+            data_t file = font_file_load_sans();
             code_point_list_t list = {};
             code_point_list_init(&list, gl_default_code_points, code_point_list_start_count);
             font_set->memory = data_block_reserve_rest(&memory, 16);
@@ -493,6 +494,8 @@ void gl_texture_delete(u32 *id) {
 }
 
 // ---- flushing --------------------------------------------------------------------------------------
+constexpr u32 gl_text_line_items = 4096; // a longer line is drawn in pieces, each in its own order
+constexpr u32 gl_text_run_glyphs = 4 * font_run_max_code_points;
 static void gl_apply_scissor(const gl_command_t *command) {
     if (command->scissor.enable) {
         gl.glEnable(GL_SCISSOR_TEST);
@@ -502,65 +505,45 @@ static void gl_apply_scissor(const gl_command_t *command) {
     }
 }
 
+// One step of a drawn line: a character or a shaped run (font_run_length
+// cuts runs as the layout does), with its direction class.
+struct gl_text_item_t {
+    u32 offset, size;
+    u32 code_point;
+    u8 level;
+};
+
 // Lays out one text command into four vertices and five indices a glyph.
-// Returns the glyphs written.
+// Returns the glyphs written. With null vertices it only walks the glyphs so
+// that each gets its place in the atlas.
 static u32 gl_text_vertices(gl_batch_t *batch, gl_command_t *command, f32 *vertices, u32 *indices) {
     font_set_t *set = batch->font_set;
     if (!set || command->text.font >= set->font_count || !set->fonts[command->text.font].glyphs) return 0;
     const font_t *font = &set->fonts[command->text.font];
+    const bool walk_only = !vertices;
     const f32 atlas_width = (f32)set->atlas_width, atlas_height = (f32)set->atlas_height;
-    const u8 *at = command->text.text.bytes;
-    const u8 *end = at + command->text.text.used;
+    const u8 *text = command->text.text.bytes;
+    const u64 bytes = command->text.text.used;
     const f32 x = command->text.position.x;
     f32 pen_x = x, pen_y = command->text.position.y;
-    bool first = true;
     u32 written = 0;
     u32 vertex = batch->next_vertex;
     const f32 line_step = (f32)(font->descent - font->line_gap - font->ascent) * font->scale;
-    while (at < end) {
-        if (*at == '\r' || *at == '\n') {
-            if (*at == '\r' && at + 1 < end && at[1] == '\n') ++at;
-            ++at;
-            pen_x = x;
-            pen_y += line_step;
-            first = true;
-            continue;
-        }
-        u32 code_point = 0;
-        u8 size = 0;
-        u32 error = 0;
-        utf8_decode(at, end, &code_point, &size, &error);
-        if (error) break; // the rest of the run isn't drawn
-        at += size;
-        const glyph_t *glyph = &font->glyphs[font_glyph_index(font, code_point)];
-        f32 advance = glyph->advance;
-        f32 shift = 0;
-        if (first && command->text.skip_bearing) {
-            shift = font->monospaced ? 0 : glyph->left;
-            advance -= shift;
-        }
-        first = false;
-        if (at < end && *at != '\r' && *at != '\n') {
-            u32 next = 0;
-            u8 next_size = 0;
-            u32 next_error = 0;
-            utf8_decode(at, end, &next, &next_size, &next_error);
-            if (next_error) next = 0xFFFD;
-            advance += (f32)font_kerning(font, glyph, next) * font->scale;
-        }
-        assert_message(written < command->text.glyphs, "More glyphs than the text command counted.");
-        const f32 x0 = pen_x + glyph->left - shift, x1 = pen_x + glyph->right - shift;
-        const f32 bottom = pen_y + glyph->bottom, top = pen_y + glyph->top;
+
+    auto quad = [&](const glyph_t *glyph, f32 gx, f32 gy) {
+        if (walk_only || written >= command->text.glyphs) return;
+        const f32 x0 = gx + glyph->left, x1 = gx + glyph->right;
+        const f32 bottom = gy + glyph->bottom, top = gy + glyph->top;
         const f32 u0 = glyph->x0 / atlas_width, u1 = glyph->x1 / atlas_width;
         const f32 v0 = glyph->y0 / atlas_height, v1 = glyph->y1 / atlas_height;
-        const f32 quad[4][4] = {{x0, bottom, u0, v0}, {x1, bottom, u1, v0}, {x0, top, u0, v1}, {x1, top, u1, v1}};
+        const f32 corners[4][4] = {{x0, bottom, u0, v0}, {x1, bottom, u1, v0}, {x0, top, u0, v1}, {x1, top, u1, v1}};
         f32 *out = vertices + (u64)written * 4 * 5;
         for (u32 v = 0; v < 4; ++v) {
-            out[v * 5 + 0] = quad[v][0];
-            out[v * 5 + 1] = quad[v][1];
+            out[v * 5 + 0] = corners[v][0];
+            out[v * 5 + 1] = corners[v][1];
             memory_copy(&out[v * 5 + 2], &command->text.colour, 4);
-            out[v * 5 + 3] = quad[v][2];
-            out[v * 5 + 4] = quad[v][3];
+            out[v * 5 + 3] = corners[v][2];
+            out[v * 5 + 4] = corners[v][3];
         }
         u32 *index = indices + (u64)written * 5;
         index[0] = vertex;
@@ -570,11 +553,122 @@ static u32 gl_text_vertices(gl_batch_t *batch, gl_command_t *command, f32 *verti
         index[4] = 0xFFFFFFFF;
         vertex += 4;
         ++written;
-        pen_x += advance;
+    };
+
+    // The items of one line, in logical order, and the visual order.
+    static gl_text_item_t items[gl_text_line_items];
+    static u32 code_points[gl_text_line_items];
+    static u8 levels[gl_text_line_items];
+    static u32 order[gl_text_line_items];
+    u64 at = 0;
+    bool first = true;
+    while (at < bytes) {
+        if (text[at] == '\r' || text[at] == '\n') {
+            if (text[at] == '\r' && at + 1 < bytes && text[at + 1] == '\n') ++at;
+            ++at;
+            pen_x = x;
+            pen_y += line_step;
+            first = true;
+            continue;
+        }
+        // Cut the line into items up to its end, an invalid sequence (the
+        // rest of the text isn't drawn) or the item table's end.
+        u32 count = 0;
+        bool right_to_left = false, stop = false;
+        while (at < bytes && count < gl_text_line_items && text[at] != '\r' && text[at] != '\n') {
+            u32 code_point = 0, error = 0;
+            u8 size = 0;
+            utf8_decode(text + at, text + bytes, &code_point, &size, &error);
+            if (error) {
+                stop = true;
+                break;
+            }
+            u64 run = font_may_start_run(code_point) ? font_run_length(font, text + at, bytes - at) : 0;
+            if (run < size) run = size;
+            items[count] = gl_text_item_t{(u32)at, (u32)run, code_point, 0};
+            code_points[count] = code_point;
+            right_to_left = right_to_left || font_is_right_to_left(code_point);
+            ++count;
+            at += run;
+        }
+        for (u32 k = 0; k < count; ++k) order[k] = k;
+        if (right_to_left) {
+            font_bidi_levels(code_points, count, levels);
+            for (u32 k = 0; k < count; ++k) items[k].level = levels[k];
+            font_bidi_reorder(levels, count, order);
+        }
+        for (u32 k = 0; k < count; ++k) {
+            const gl_text_item_t &item = items[order[k]];
+            const u8 *start = text + item.offset;
+            if (item.size > 1 && font_run_length(font, start, item.size) == item.size) {
+                font_run_glyph_t run[gl_text_run_glyphs];
+                u32 n = font_run_glyphs(font, start, item.size, run, gl_text_run_glyphs);
+                for (u32 g = 0; g < n; ++g) quad(run[g].glyph, pen_x + run[g].x, pen_y + run[g].y);
+                pen_x += font_run_width(font, start, item.size);
+                first = false;
+                continue;
+            }
+            const glyph_t *glyph = font_glyph_drawn(font, item.code_point);
+            f32 advance = glyph->advance;
+            f32 shift = 0;
+            if (first && command->text.skip_bearing) {
+                // The bearing the layout took off: a glyph on demand has none.
+                shift = font->monospaced ? 0 : font_glyph(font, item.code_point)->left;
+                advance -= shift;
+            }
+            first = false;
+            // Kerning in logical order only; a reordered line has none.
+            if (!right_to_left && glyph->kerning_count && order[k] + 1 < count)
+                advance += (f32)font_kerning(font, glyph, items[order[k] + 1].code_point) * font->scale;
+            quad(glyph, pen_x - shift, pen_y);
+            pen_x += advance;
+        }
+        if (stop) break;
     }
+    if (walk_only) return 0;
     batch->next_vertex = vertex;
     command->text.glyphs_written = written;
     return written;
+}
+
+// Before any batch draws: every glyph of the frame's text gets its place in
+// the atlas of its set. When the atlas fills up, the glyphs on demand are
+// forgotten and the frame's own placed again, so only what was not drawn
+// in this frame goes. Then the changed rows go up to the set's texture.
+static void gl_text_prepare(gl_renderer_t *renderer) {
+    for (u32 round = 0; round < 2; ++round) {
+        bool overflowed = false;
+        for (u32 i = 0; i < renderer->batch_count; ++i) {
+            gl_batch_t *batch = &renderer->batches[i];
+            if (batch->kind != gl_batch_kind_text || !batch->font_set) continue;
+            gl_command_t *commands = (gl_command_t *)batch->commands.bytes;
+            for (u32 c = 0; c < batch->command_count; ++c)
+                if (commands[c].kind == gl_command_text) gl_text_vertices(batch, &commands[c], nullptr, nullptr);
+            overflowed = overflowed || font_set_atlas_overflowed(batch->font_set);
+        }
+        if (!overflowed) break;
+        for (u32 i = 0; i < renderer->batch_count; ++i) {
+            gl_batch_t *batch = &renderer->batches[i];
+            if (batch->kind == gl_batch_kind_text && batch->font_set && font_set_atlas_overflowed(batch->font_set))
+                font_set_atlas_evict(batch->font_set);
+        }
+    }
+    for (u32 i = 0; i < renderer->batch_count; ++i) {
+        gl_batch_t *batch = &renderer->batches[i];
+        font_set_t *set = batch->font_set;
+        if (batch->kind != gl_batch_kind_text || !set || !set->atlas.bytes) continue;
+        if (set->texture == 0) {
+            set->texture = gl_texture_create(set->atlas.bytes, set->atlas_width, set->atlas_height, 1, gl_texture_linear);
+        } else if (set->dirty_high > set->dirty_low) {
+            gl.glBindTexture(GL_TEXTURE_2D, set->texture);
+            gl.glTexSubImage2D(GL_TEXTURE_2D, 0, 0, (GLint)set->dirty_low, set->atlas_width,
+                               (GLsizei)(set->dirty_high - set->dirty_low), GL_RED, GL_UNSIGNED_BYTE,
+                               set->atlas.bytes + (u64)set->dirty_low * set->atlas_width);
+        }
+        set->dirty_low = set->atlas_height;
+        set->dirty_high = 0;
+        font_store_frame_end(set);
+    }
 }
 
 static void gl_batch_flush(gl_renderer_t *renderer, gl_batch_t *batch) {
@@ -678,10 +772,7 @@ static void gl_batch_flush(gl_renderer_t *renderer, gl_batch_t *batch) {
 
     if (textured) {
         gl.glActiveTexture(GL_TEXTURE0);
-        if (batch->kind == gl_batch_kind_text && batch->texture == 0 && batch->font_set && batch->font_set->atlas.bytes) {
-            batch->texture = gl_texture_create(batch->font_set->atlas.bytes, batch->font_set->atlas_width,
-                                               batch->font_set->atlas_height, 1, gl_texture_linear);
-        }
+        if (batch->kind == gl_batch_kind_text && batch->font_set) batch->texture = batch->font_set->texture;
         gl.glBindTexture(GL_TEXTURE_2D, batch->texture);
     }
     gl.glEnable(GL_PRIMITIVE_RESTART);
@@ -723,6 +814,7 @@ static void gl_batch_flush(gl_renderer_t *renderer, gl_batch_t *batch) {
 }
 
 void gl_renderer_flush(gl_renderer_t *renderer) {
+    gl_text_prepare(renderer);
     for (u32 i = 0; i < renderer->batch_count; ++i) {
         gl_command_t *command = gl_renderer_command(renderer, gl_command_draw_batch);
         command->draw.batch = &renderer->batches[i];

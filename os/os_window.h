@@ -1,7 +1,7 @@
 // os_window.h - the one window of the program, its OpenGL context, the
-// events of the window system, cursors, clipboard, the wake-up from workers
-// and the lookup of font files. Two implementations: os/linux (SDL2 and
-// fontconfig) and os/headless (no display; for tests and tools).
+// events of the window system, cursors, clipboard, the wake-up from workers.
+// Two implementations: os/linux (SDL2) and os/headless (no display; for
+// tests and tools). Font files are found through os/os_fonts.h.
 //
 // Keys are reported as Windows-style virtual-key numbers and set-1 scan codes
 // so that the input logic above (gfx/window.cpp) keeps one table of key ids
@@ -102,13 +102,6 @@ bool os_clipboard_set(const u8 *text, u64 size);
 // Copies the clipboard's text as UTF-8 into `destination`, at most `size`
 // bytes, and returns the number copied (0 when empty or unavailable).
 u64 os_clipboard_get(u8 *destination, u64 size);
-
-// ---- fonts --------------------------------------------------------------------------
-// Finds the file of a font family. With no face of that family, takes the
-// system's default sans face (or monospace face with `monospace`) and
-// clears *exact. Writes a zero-terminated path; returns its length, 0 when no
-// font at all was found.
-u64 os_font_find(const char *family, bool monospace, char *path, u64 path_size, bool *exact);
 
 // ---- headless only -------------------------------------------------------------------
 // Queues an event for the next poll or wait (os/headless). The headless

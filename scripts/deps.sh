@@ -6,9 +6,10 @@ level="${1:-build}"
 
 packages=(build-essential cmake ninja-build pkg-config
           libsdl2-dev libcurl4-openssl-dev libstb-dev libfontconfig-dev fonts-dejavu-core
-          libgl1-mesa-dri)
+          libfreetype-dev libharfbuzz-dev libfribidi-dev libthai-dev libgl1-mesa-dri)
 if [ "$level" = test ] || [ "$level" = bench ]; then
-  packages+=(googletest libgtest-dev xvfb xauth python3 clang xdotool imagemagick x11-utils iproute2 nginx)
+  packages+=(googletest libgtest-dev xvfb xauth python3 clang xdotool imagemagick x11-utils iproute2 nginx
+             fonts-noto-core fonts-noto-cjk fonts-noto-color-emoji)
 fi
 if [ "$level" = bench ]; then
   packages+=(libbenchmark-dev libgumbo-dev libxml2-dev newsboat hyperfine)

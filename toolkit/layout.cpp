@@ -31,14 +31,52 @@ inline u32 layout_decode(const u8 *p, const u8 *end, u32 *size) {
 
 inline bool layout_is_space(u32 c) { return c == ' ' || c == '\t' || c == '\v' || c == '\f' || c == '\n' || c == '\r'; }
 
-inline u32 layout_glyph_index(const font_t *font, u32 code_point) {
-    u32 distance = code_point - font->first_code_point;
-    return distance < 256 ? font->direct[distance] : font_glyph_index(font, code_point);
+// Scripts written without spaces whose lines break between any two
+// characters: Han, kana, their punctuation and full-width forms.
+inline bool layout_is_ideographic(u32 c) {
+    return (c >= 0x2E80 && c <= 0x9FFF) || (c >= 0xF900 && c <= 0xFAFF) || (c >= 0xFF00 && c <= 0xFFEF) ||
+           (c >= 0x20000 && c <= 0x3FFFF);
 }
 
-inline const glyph_t *layout_glyph(const font_t *font, u32 code_point) {
-    return &font->glyphs[layout_glyph_index(font, code_point)];
+// Marks that never start a line (closing brackets, stops, small kana, the
+// prolonged sound mark) and brackets that never end one.
+inline bool layout_no_line_start(u32 c) {
+    static const u16 marks[] = {0x3001, 0x3002, 0x3005, 0x3009, 0x300B, 0x300D, 0x300F, 0x3011, 0x3015, 0x3017,
+                                0x3019, 0x301B, 0x3041, 0x3043, 0x3045, 0x3047, 0x3049, 0x3063, 0x3083, 0x3085,
+                                0x3087, 0x308E, 0x309D, 0x309E, 0x30A1, 0x30A3, 0x30A5, 0x30A7, 0x30A9, 0x30C3,
+                                0x30E3, 0x30E5, 0x30E7, 0x30EE, 0x30F5, 0x30F6, 0x30FB, 0x30FC, 0xFF01, 0xFF09,
+                                0xFF0C, 0xFF0E, 0xFF1A, 0xFF1B, 0xFF1F, 0xFF3D, 0xFF5D};
+    if (c < 0x3001 || c > 0xFF5D || (c > 0x30FC && c < 0xFF01)) return false;
+    for (u16 m : marks)
+        if (m == c) return true;
+    return false;
 }
+inline bool layout_no_line_end(u32 c) {
+    return c == 0x3008 || c == 0x300A || c == 0x300C || c == 0x300E || c == 0x3010 || c == 0x3014 ||
+           c == 0x3016 || c == 0x3018 || c == 0x301A || c == 0xFF08 || c == 0xFF3B || c == 0xFF5B;
+}
+
+inline bool layout_is_thai(u32 c) { return c >= 0x0E01 && c <= 0x0E5B; }
+
+// A line may break between these two characters although neither is white
+// space: next to an ideographic character, unless a mark forbids it; and
+// between two Thai steps, which are words (a Thai run ends where its first
+// word does).
+inline bool layout_breaks_between(u32 before, u32 after) {
+    if (before == code_point_none) return false;
+    if (layout_is_thai(before) && layout_is_thai(after)) return true;
+    if (!(layout_is_ideographic(before) || layout_is_ideographic(after))) return false;
+    return !layout_no_line_start(after) && !layout_no_line_end(before) && !layout_is_space(before);
+}
+
+// Index in the font's start list, font_glyph_none for a glyph on demand.
+inline u32 layout_glyph_index(const font_t *font, u32 code_point) {
+    u32 distance = code_point - font->first_code_point;
+    if (distance < 256) return font->direct[distance] == 0xFF ? font_glyph_none : font->direct[distance];
+    return font_glyph_index(font, code_point);
+}
+
+inline const glyph_t *layout_glyph(const font_t *font, u32 code_point) { return font_glyph(font, code_point); }
 
 // Kerning in one step. A glyph searches the head of its font's pairs as far
 // as its own count goes, so the amount for a next code point depends only on
@@ -82,7 +120,7 @@ const layout_kerning_table_t *layout_kerning_table(const font_t *font) {
     for (u32 p = 0; p < longest; ++p) {
         u32 next = font->kerning[p * 2];
         u32 index = layout_glyph_index(font, next);
-        if (font->code_points[index] == next && t->first[index] == 0xFFFF) t->first[index] = (u16)p;
+        if (index != font_glyph_none && t->first[index] == 0xFFFF) t->first[index] = (u16)p;
     }
     return t;
 }
@@ -91,24 +129,60 @@ const layout_kerning_table_t *layout_kerning_table(const font_t *font) {
 // `index`), in pixels.
 inline f32 layout_kerning_fast(const font_t *font, const layout_kerning_table_t *table, const glyph_t *previous,
                                u32 index, u32 code_point) {
-    if (!previous || previous->kerning_count == 0) return 0;
+    if (!previous || previous->kerning_count == 0 || index == font_glyph_none) return 0;
     u32 first = table->first[index];
     if (first >= previous->kerning_count || font->code_points[index] != code_point) return 0;
     return (f32)(i32)font->kerning[first * 2 + 1] * font->scale;
 }
 
-// Kerning between the previous code point and this one, in pixels.
-inline f32 layout_kerning(const font_t *font, u32 previous, u32 code_point) {
-    if (previous == code_point_none) return 0;
-    return (f32)font_kerning(font, layout_glyph(font, previous), code_point) * font->scale;
+// One step of a line: a character, or a run of a complex script shaped as
+// one and never broken inside. Measuring, the final walk and the
+// single-line walks all take their widths from here, and the renderer cuts
+// runs by the same rule, so a rule of widths lives in one place.
+struct layout_step_t {
+    u32 code_point;       // the (first) character
+    u32 size;             // bytes
+    u32 glyphs;           // glyph quads it may draw, at most
+    u32 index;            // in the font's start list, font_glyph_none otherwise
+    const glyph_t *glyph; // for kerning the next step; null for a glyph on demand or a run
+    f32 advance;
+    f32 left; // the bearing taken off when the step starts a line
+};
+
+// `code_point` and `size`: the character at `at`, when the caller has
+// decoded it already (size 0: not yet).
+inline layout_step_t layout_step(const font_t *font, const u8 *text, u64 at, u64 bytes, u32 code_point = 0,
+                                 u32 size = 0) {
+    layout_step_t s = {};
+    s.size = size;
+    s.code_point = size ? code_point : layout_decode(text + at, text + bytes, &s.size);
+    s.index = layout_glyph_index(font, s.code_point);
+    s.glyphs = 1;
+    if (s.index != font_glyph_none) {
+        s.glyph = &font->glyphs[s.index];
+        s.advance = s.glyph->advance;
+        s.left = font->monospaced ? 0.0f : s.glyph->left;
+        return s;
+    }
+    // Glyphs on demand have no bearing shift and no kerning.
+    u64 run = font_may_start_run(s.code_point) ? font_run_length(font, text + at, bytes - at) : 0;
+    if (run > s.size) {
+        s.size = (u32)run;
+        s.glyphs = (u32)run;
+        s.advance = font_run_width(font, text + at, run);
+        return s;
+    }
+    s.advance = font_advance_on_demand(font, s.code_point);
+    return s;
 }
 
-// The width of a character: kerning from the previous one plus the advance;
+// The width of a step: kerning from the previous glyph plus the advance;
 // the first one of a line instead loses its left bearing (unless the font is
 // monospaced), so the ink of a line starts at its left edge.
-inline f32 layout_char_width(const font_t *font, const glyph_t *glyph, u32 previous, u32 code_point, bool first) {
-    if (first) return glyph->advance - (font->monospaced ? 0.0f : glyph->left);
-    return layout_kerning(font, previous, code_point) + glyph->advance;
+inline f32 layout_step_width(const font_t *font, const layout_step_t &step, const glyph_t *previous, bool first) {
+    if (first) return step.advance - step.left;
+    if (!previous || step.index == font_glyph_none) return step.advance;
+    return (f32)font_kerning(font, previous, step.code_point) * font->scale + step.advance;
 }
 
 // The last code point of the string command that stands before `index` with
@@ -520,7 +594,6 @@ void layout_text(layout_t *layout, layout_command_t *command, bool final) {
     const f32 g = (f32)font->line_gap * font->scale;
     const u8 *text = command->string.text;
     const u64 bytes = command->string.bytes;
-    const bool mono = font->monospaced != 0;
     const bool keep_partial = (layout->flags & layout_flag_keep_partial) != 0;
     const bool drop_space = layout->drop_break_space != 0;
     const bool anywhere = layout->break_anywhere != 0;
@@ -535,6 +608,7 @@ void layout_text(layout_t *layout, layout_command_t *command, bool final) {
     bool first = pen_x == line_left;
     const layout_kerning_table_t *kerning = layout_kerning_table(font);
     const glyph_t *previous = nullptr; // glyph of the previous code point, null for none
+    u32 previous_code_point = code_point_none; // on this line, for the breaks between characters
     if (bytes && !first) {
         u32 p = layout_previous_code_point(layout->commands, (u32)(command - layout->commands));
         if (p != code_point_none) previous = layout_glyph(font, p);
@@ -553,8 +627,27 @@ void layout_text(layout_t *layout, layout_command_t *command, bool final) {
     layout_break_t saved = {};
     bool has_saved = false;
 
-    auto line_break = [&]() {
+    // A string whose first strong character reads right to left stands at
+    // the right of a line box of a set width: each line's segments move to
+    // its right edge when the line ends.
+    const bool align_right = layout->line_width < layout_no_line_width && bytes &&
+                             font_starts_right_to_left(text, bytes);
+    u32 line_first_segment = 0;
+    auto line_end = [&]() {
+        if (align_right) {
+            const f32 shift = line_right_limit - line_right;
+            if (final && shift > 0 && command->string.segments)
+                for (u32 s = line_first_segment; s < segment_count; ++s) {
+                    command->string.segments[s].rect.x += shift;
+                    command->string.segments[s].rect.z += shift;
+                }
+            if (line_right_limit > extent.z) extent.z = line_right_limit;
+        }
         if (line_right > extent.z) extent.z = line_right;
+    };
+    auto line_break = [&]() {
+        line_end();
+        line_first_segment = segment_count;
         if (line_left < extent.x) extent.x = line_left;
         pen_y += h + g;
         extent.w = pen_y + h;
@@ -565,6 +658,7 @@ void layout_text(layout_t *layout, layout_command_t *command, bool final) {
         segment = nullptr;
         first = true;
         previous = nullptr;
+        previous_code_point = code_point_none;
         long_word = false;
         has_saved = false;
     };
@@ -588,16 +682,18 @@ void layout_text(layout_t *layout, layout_command_t *command, bool final) {
         has_saved = true;
     };
     while (i < bytes) {
-        if (!final && !first && !string_start && has_saved && !long_word) {
+        if (!final && !first && !string_start && has_saved && !long_word && !layout_is_ideographic(previous_code_point)) {
             // Measuring: ASCII characters of the direct window that fit, in a
             // tight loop doing what the steps below do for them; anything
             // else goes on to the steps.
             const glyph_t *glyphs = font->glyphs;
             const u32 low = font->first_code_point;
+            const u64 fast_start = i;
             while (i < bytes) {
                 const u32 b = text[i], distance = b - low;
                 if (b >= 0x80 || b == '\n' || b == '\r' || distance >= 256) break;
                 const u32 index = font->direct[distance];
+                if (index == 0xFF) break; // not a start glyph
                 const f32 w = layout_kerning_fast(font, kerning, previous, index, b) + glyphs[index].advance;
                 if (line_right + w > line_right_limit) break;
                 line_bytes += 1;
@@ -611,6 +707,7 @@ void layout_text(layout_t *layout, layout_command_t *command, bool final) {
                     saved.line_bytes = line_bytes;
                 }
             }
+            if (i > fast_start) previous_code_point = text[i - 1];
             if (i >= bytes) break;
         }
         u32 size = 1;
@@ -621,13 +718,14 @@ void layout_text(layout_t *layout, layout_command_t *command, bool final) {
             string_start = false;
             continue;
         }
-        const u32 glyph_index = layout_glyph_index(font, c);
-        const glyph_t *glyph = &font->glyphs[glyph_index];
+        const layout_step_t step = layout_step(font, text, i, bytes, c, size);
+        size = step.size;
+        const u32 glyph_index = step.index;
         f32 w;
         f32 shift;
         if (first) {
-            shift = mono ? 0.0f : -glyph->left;
-            w = glyph->advance + shift;
+            shift = -step.left;
+            w = step.advance + shift;
         } else {
             f32 kern = i == 0 ? 0.0f : layout_kerning_fast(font, kerning, previous, glyph_index, c);
             if (string_start) {
@@ -637,9 +735,10 @@ void layout_text(layout_t *layout, layout_command_t *command, bool final) {
                 kern = 0;
             }
             shift = kern;
-            w = kern + glyph->advance;
+            w = kern + step.advance;
         }
         string_start = false;
+        if (layout_breaks_between(previous_code_point, c)) save_break();
         if (!has_saved) save_break();
         if (line_right + w <= line_right_limit) {
             if (final) {
@@ -659,7 +758,7 @@ void layout_text(layout_t *layout, layout_command_t *command, bool final) {
                         *segment = layout_segment_t{{x0, pen_y, x0, pen_y + h}, text + i, 0, 0};
                     }
                     segment->bytes += size;
-                    segment->glyphs += 1;
+                    segment->glyphs += step.glyphs;
                     segment->rect.z = pen_x + w;
                 } else {
                     segment = nullptr;
@@ -668,7 +767,8 @@ void layout_text(layout_t *layout, layout_command_t *command, bool final) {
             line_bytes += size;
             line_right += w;
             pen_x += w;
-            previous = glyph;
+            previous = step.glyph;
+            previous_code_point = c;
             first = false;
             i += size;
             if (layout_is_space(c)) save_break();
@@ -682,14 +782,15 @@ void layout_text(layout_t *layout, layout_command_t *command, bool final) {
             bool word_first = true;
             // Only whether it is wider counts: a word of megabytes is
             // measured no further than the line's width.
+            u32 word_previous = code_point_none;
             for (u64 j = saved.position; j < bytes && word <= layout->line_width;) {
-                u32 n = 1;
-                u32 d = layout_decode(text + j, end, &n);
-                if (layout_is_space(d)) break;
-                const glyph_t *gd = layout_glyph(font, d);
-                word += gd->advance - (word_first && !mono ? gd->left : 0.0f);
+                const layout_step_t sd = layout_step(font, text, j, bytes);
+                const u32 d = sd.code_point;
+                if (layout_is_space(d) || layout_breaks_between(word_previous, d)) break;
+                word_previous = d;
+                word += sd.advance - (word_first ? sd.left : 0.0f);
                 word_first = false;
-                j += n;
+                j += sd.size;
             }
             f32 next_left = line_left < extent.x ? line_left : extent.x;
             if (word > layout->line_width || saved.cursor_x <= next_left) {
@@ -722,7 +823,7 @@ void layout_text(layout_t *layout, layout_command_t *command, bool final) {
         if (!keep) i += size;
         line_break();
     }
-    if (line_right > extent.z) extent.z = line_right;
+    line_end();
     if (extent.z > layout->content_width) layout->content_width = extent.z;
     if (extent.w > layout->content_height) layout->content_height = extent.w;
     command->string.segment_count = segment_count;
@@ -882,17 +983,16 @@ namespace {
 // the layout uses. step(offset, size, width) returns false to stop.
 template <typename step_t>
 void layout_walk_line(const font_t *font, const u8 *text, u64 bytes, u32 previous, step_t step) {
-    const u8 *end = text + bytes;
     bool first = previous == code_point_none;
+    const glyph_t *previous_glyph = first ? nullptr : layout_glyph(font, previous);
     for (u64 i = 0; i < bytes;) {
-        u32 size = 1;
-        u32 c = layout_decode(text + i, end, &size);
-        if (c == '\n' || c == '\r') return;
-        f32 w = layout_char_width(font, layout_glyph(font, c), previous, c, first);
-        if (!step(i, size, w)) return;
+        const layout_step_t s = layout_step(font, text, i, bytes);
+        if (s.code_point == '\n' || s.code_point == '\r') return;
+        f32 w = layout_step_width(font, s, previous_glyph, first);
+        if (!step(i, s.size, w)) return;
         first = false;
-        previous = c;
-        i += size;
+        previous_glyph = s.glyph;
+        i += s.size;
     }
 }
 

@@ -1,5 +1,5 @@
-// The renderer's cost of a busy frame and the cost of building the glyph
-// atlas over the largest list a font takes.
+// The renderer's cost of a busy frame.
+
 #include "gfx/fonts.h"
 #include "gfx/gl.h"
 #include "gfx/renderer.h"
@@ -28,10 +28,10 @@ bool graphics_ready() {
     window_create(&window, &title, 1280, 720, window_centred, window_centred, 0);
     if (!window.running) return false;
     window_swap_interval(0); // measure the work, not the display's pace
-    sans = font_file_load("Verdana", false);
-    mono = font_file_load("Lucida Console", true);
+    sans = font_file_load_sans();
+    mono = font_file_load_mono();
     code_point_list_init(&code_points, code_point_storage.data(), (u32)code_point_storage.size());
-    font_set_create_application(&font_set, data_virtual_alloc(0x2000000, 0), &sans, &mono, &code_points);
+    font_set_create_application(&font_set, data_virtual_alloc(0x2000000, 0), &sans, &mono);
     ready = font_set.font_count == 4;
     return ready;
 }
@@ -74,34 +74,6 @@ void BM_FrameOf20000GlyphsAnd2000Rectangles(benchmark::State &state) {
     state.counters["rectangles"] = 2000;
 }
 BENCHMARK(BM_FrameOf20000GlyphsAnd2000Rectangles)->Unit(benchmark::kMillisecond)->MinTime(3.0);
-
-// The whole atlas: glyphs, kerning (n squared queries a font) and packing
-// for 1023 code points in each of the four fonts, as the frame loop does it
-// after new letters came in.
-void BM_AtlasOf1023CodePointsInFourFonts(benchmark::State &state) {
-    if (!graphics_ready()) {
-        state.SkipWithError("no fonts");
-        return;
-    }
-    // The start list, then Latin Extended, Greek and Cyrillic to 1023.
-    code_points.count = code_point_list_start_count;
-    for (u32 c = 0x100; code_points.count < 1023; ++c) {
-        bool known = false;
-        for (u32 i = 0; i < code_point_list_start_count; ++i) known |= code_point_storage[i] == c;
-        if (!known) code_point_storage[code_points.count++] = c;
-    }
-    u32 width = 0, height = 0;
-    for (auto _ : state) {
-        font_set_rebuild(&font_set, &code_points);
-        width = font_set.atlas_width;
-        height = font_set.atlas_height;
-        benchmark::DoNotOptimize(font_set.atlas.bytes);
-    }
-    state.counters["code_points"] = code_points.count;
-    state.counters["atlas_width"] = width;
-    state.counters["atlas_height"] = height;
-}
-BENCHMARK(BM_AtlasOf1023CodePointsInFourFonts)->Unit(benchmark::kMillisecond)->MinTime(3.0);
 
 } // namespace
 

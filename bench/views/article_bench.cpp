@@ -89,14 +89,14 @@ bench_t &bench() {
     static bool tried = false;
     if (tried) return b;
     tried = true;
-    static data_t sans = font_file_load("Verdana", false);
-    static data_t mono = font_file_load("Lucida Console", true);
+    static data_t sans = font_file_load_sans();
+    static data_t mono = font_file_load_mono();
     if (!sans.bytes || !mono.bytes) return b;
     system_info_get();
     reader_init(&b.reader);
     code_point_list_init(&b.code_points, b.code_point_storage.data(), (u32)b.code_point_storage.size());
     b.reader.code_points = &b.code_points;
-    font_set_create_application(&b.font_set, data_virtual_alloc(0x2000000, 0), &sans, &mono, &b.code_points);
+    font_set_create_application(&b.font_set, data_virtual_alloc(0x2000000, 0), &sans, &mono);
     b.html = article_html();
 
     b.feed = reader_new_feed(&b.reader, 1);

@@ -63,8 +63,7 @@ void fill(list_bench_t &b, u32 per_feed, bool interleaved) {
         entry->rss.title = reader_text_add(&b.reader, &t);
         reader_accept_entry(&b.reader, feed, entry);
     }
-    font_set_create_application(&b.font_set, data_virtual_alloc(0x2000000, 0), &fonts_sans, &fonts_mono,
-                                &b.code_points);
+    font_set_create_application(&b.font_set, data_virtual_alloc(0x2000000, 0), &fonts_sans, &fonts_mono);
     b.window.width = 1280;
     b.window.height = 720;
     b.context.frame_memory = data_virtual_alloc(0xA00000, 0);
@@ -100,8 +99,8 @@ void frame(list_bench_t &b) {
 
 void BM_DrawLeftPanel(benchmark::State &state) {
     if (!fonts_sans.bytes) {
-        fonts_sans = font_file_load("Verdana", false);
-        fonts_mono = font_file_load("Lucida Console", true);
+        fonts_sans = font_file_load_sans();
+        fonts_mono = font_file_load_mono();
     }
     if (!fonts_sans.bytes || !fonts_mono.bytes) return state.SkipWithError("no fonts found");
     static list_bench_t benches[2][4];

@@ -123,8 +123,3 @@ u64 os_clipboard_get(u8 *destination, u64 size) {
     return n;
 }
 
-u64 os_font_find(const char *, bool, char *path, u64 path_size, bool *exact) {
-    *exact = false;
-    if (path_size) path[0] = 0;
-    return 0;
-}

@@ -1,9 +1,7 @@
-// os_window_sdl.cpp - the window layer on SDL2 (X11 or Wayland) with
-// fontconfig for the font files.
+// os_window_sdl.cpp - the window layer on SDL2 (X11 or Wayland).
 #include "os/os_window.h"
 
 #include <SDL.h>
-#include <fontconfig/fontconfig.h>
 #include <stdlib.h>
 #include <string.h>
 #include <strings.h>
@@ -488,44 +486,6 @@ u64 os_clipboard_get(u8 *destination, u64 size) {
     if (length > size) length = size;
     memcpy(destination, text, length);
     SDL_free(text);
-    return length;
-}
-
-u64 os_font_find(const char *family, bool monospace, char *path, u64 path_size, bool *exact) {
-    *exact = false;
-    if (!FcInit()) return 0;
-    u64 length = 0;
-    for (int attempt = 0; attempt < 2 && length == 0; ++attempt) {
-        const char *wanted = attempt == 0 ? family : (monospace ? "monospace" : "sans-serif");
-        FcPattern *pattern = FcPatternCreate();
-        FcPatternAddString(pattern, FC_FAMILY, (const FcChar8 *)wanted);
-        FcPatternAddBool(pattern, FC_OUTLINE, FcTrue);
-        FcPatternAddInteger(pattern, FC_WEIGHT, FC_WEIGHT_REGULAR);
-        FcPatternAddInteger(pattern, FC_SLANT, FC_SLANT_ROMAN);
-        if (monospace) FcPatternAddInteger(pattern, FC_SPACING, FC_MONO);
-        FcConfigSubstitute(nullptr, pattern, FcMatchPattern);
-        FcDefaultSubstitute(pattern);
-        FcResult result = FcResultNoMatch;
-        FcPattern *match = FcFontMatch(nullptr, pattern, &result);
-        if (match) {
-            FcChar8 *file = nullptr;
-            FcChar8 *found_family = nullptr;
-            bool same = FcPatternGetString(match, FC_FAMILY, 0, &found_family) == FcResultMatch &&
-                        strcasecmp((const char *)found_family, family) == 0;
-            // Only the family asked for counts on the first attempt: fontconfig
-            // always answers with something, often a face of another family.
-            if ((attempt == 1 || same) && FcPatternGetString(match, FC_FILE, 0, &file) == FcResultMatch) {
-                u64 n = strlen((const char *)file);
-                if (n + 1 <= path_size) {
-                    memcpy(path, file, n + 1);
-                    length = n;
-                    *exact = attempt == 0;
-                }
-            }
-            FcPatternDestroy(match);
-        }
-        FcPatternDestroy(pattern);
-    }
     return length;
 }
 

@@ -416,7 +416,28 @@ def damaged(s):
         check(newest in err and "Move that file out of the folder" in err, what + ": " + err)
         check(not {"log.txt", "profile.bin"} & set(os.listdir(cwd)), what + ": a log or profile written")
 
+def scripts(s):
+    """A reader holding 20000 distinct Han characters and titles in many
+    scripts: it starts, draws the entries and an article, saves, and starts
+    again (TIDEWRACK_E2E_SHOTS names a folder for the screenshots)."""
+    folder = s.folder("reader")
+    for path in ("/han.xml?count=20000", "/world-news.xml"):
+        check(s.tool("update", "-path", folder, s.demo.url(path)).returncode == 0, "prepared reader: " + path)
+    shots = os.environ.get("TIDEWRACK_E2E_SHOTS")
+    for start in (1, 2):
+        p = start_drawn(s, folder)
+        p.key("Down")
+        p.wait_drawn("an entry selected", lambda i: i.find(SELECTED_ENTRY) is not None)
+        if shots:
+            p.screenshot(os.path.join(shots, "scripts_%d.png" % start))
+        p.key("F8")
+        check(p.close() == 0, "exit status of start %d" % start)
+    saved = s.tool.dump(s.folder("reader"))
+    check(len(saved["entries"]) == 108, "the entries of both feeds: %d" % len(saved["entries"]))
+
+
 SESSIONS = {
+    "scripts": scripts,
     "window": window,
     "first_start": first_start,
     "import": import_list,

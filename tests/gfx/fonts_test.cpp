@@ -1,6 +1,6 @@
-// Fonts and the glyph atlas on a real face found through fontconfig: the
-// lookup rules (direct window, binary search, the replacement index),
-// kerning as stored and as searched, and the packing of the atlas.
+// Fonts and the glyph atlas on real faces found through fontconfig: the
+// lookup rules of the start list, kerning as stored and as searched, the
+// packing of the start glyphs, and the store of glyphs on demand.
 #include "gfx/fonts.h"
 
 #include <gtest/gtest.h>
@@ -15,23 +15,13 @@ namespace {
 struct font_fixture_t {
     data_t sans = {};
     data_t mono = {};
-    std::vector<u32> list;
-    code_point_list_t code_points = {};
     font_set_t set = {};
 
-    explicit font_fixture_t(u32 extra = 0) {
-        sans = font_file_load("Verdana", false);
-        mono = font_file_load("Lucida Console", true);
-        list.resize(2048);
-        code_point_list_init(&code_points, list.data(), (u32)list.size());
-        code_points.count = code_point_list_start_count;
-        // More letters, appended unsorted at the end as the reader does.
-        for (u32 c = 0x4FF; code_points.count < code_point_list_start_count + extra && c >= 0x100; --c) {
-            u32 *end = list.data() + code_points.count;
-            if (std::find(list.data(), end, c) == end) list[code_points.count++] = c;
-        }
+    font_fixture_t() {
+        sans = font_file_load_sans();
+        mono = font_file_load_mono();
         data_t memory = data_virtual_alloc(0x500000, 0);
-        font_set_create_application(&set, memory, &sans, &mono, &code_points);
+        font_set_create_application(&set, memory, &sans, &mono);
     }
 };
 
@@ -58,10 +48,10 @@ TEST(Fonts, LookupRules) {
         {0x20, 0},       {'A', 'A' - 0x20}, {0x7E, 94},   {0xA0, 95},
         {0xFF, 182},     {0x152, 183},      {0x2026, 190}, {0x20AC, 191},
         {0xFFFD, 192},   // found like any other
-        {0x416, 191},    // not in the list, beyond the window: the replacement index, the euro sign here
-        {0x09, 191},     // below the lowest code point: searched, not found
-        {0xA4, 0},       // inside the direct window but not in the list: 0
-        {0x10FFFF, 191},
+        {0x416, font_glyph_none}, // beyond the window: a glyph on demand
+        {0x09, font_glyph_none},  // below the lowest code point
+        {0xA4, font_glyph_none},  // inside the direct window but not in the list
+        {0x10FFFF, font_glyph_none},
     };
     for (auto c : cases) EXPECT_EQ(font_glyph_index(font, c.code_point), c.index) << std::hex << c.code_point;
 }
@@ -84,7 +74,7 @@ TEST(Fonts, KerningSearchesTheHeadOfTheFontsPairs) {
 void check_atlas(font_set_t *set) {
     ASSERT_NE(set->atlas.bytes, nullptr);
     u32 w = set->atlas_width, h = set->atlas_height;
-    EXPECT_TRUE(w == h || w == 2 * h) << w << "x" << h;
+    EXPECT_EQ(w, h);
     EXPECT_EQ(w & (w - 1), 0u);
     // Code points the face lacks all share the box of its missing-glyph shape.
     std::set<std::array<u32, 4>> boxes; // x0, y0, x1, y1
@@ -114,28 +104,70 @@ void check_atlas(font_set_t *set) {
     EXPECT_LE(g.bottom, 1.0f);
 }
 
-TEST(Fonts, AtlasOf1023CodePointsInFourFonts) {
-    font_fixture_t f(font_max_code_points - code_point_list_start_count);
-    ASSERT_EQ(font_get(&f.set, 0)->count, 1023u);
+TEST(Fonts, StartGlyphsArePackedAtTheBottomOfTheAtlas) {
+    font_fixture_t f;
     check_atlas(&f.set);
-    EXPECT_GE((u32)f.set.atlas_width * f.set.atlas_height, 1024u * 1024u);
+    EXPECT_GT(f.set.static_height, 0u);
+    EXPECT_LE(f.set.static_height, 1024u);
 }
 
-TEST(Fonts, RebuildSortsTheGrownListAndFindsTheNewLetters) {
+// Characters beyond the start list: a glyph from the face or a fallback,
+// never a stop; many more distinct ones than the atlas holds are drawn by
+// emptying it, with the store's memory bounded.
+TEST(Fonts, GlyphsOnDemandForAnyNumberOfCharacters) {
     font_fixture_t f;
-    font_t *font = font_get(&f.set, 0);
-    EXPECT_EQ(font_glyph_index(font, 0x416), 191u);
-    f.list[f.code_points.count++] = 0x416; // as the reader appends: unsorted at the end
-    f.list[f.code_points.count++] = 0x41;  // must not happen, but a duplicate mustn't break anything
-    f.code_points.count--;
-    font_set_rebuild(&f.set, &f.code_points);
-    font = font_get(&f.set, 0);
-    EXPECT_EQ(font->count, 194u);
-    EXPECT_EQ(font_glyph_index(font, 0x416), 190u); // after U+017E, before U+2026
-    EXPECT_EQ(font_glyph_index(font, 0xFFFD), 193u);
-    EXPECT_EQ(f.list[190], 0x416u);
-    for (u32 i = 0; i < f.set.font_count; ++i) EXPECT_EQ(f.set.fonts[i].count, 194u);
+    const font_t *font = font_get(&f.set, 0);
+    const glyph_t *zhe = font_glyph(font, 0x416);
+    EXPECT_GT(zhe->advance, 5.0f);
+    EXPECT_EQ(zhe->kerning_count, 0u);
+    const glyph_t *drawn = font_glyph_drawn(font, 0x416);
+    EXPECT_EQ(drawn->advance, zhe->advance);
+    EXPECT_GT(drawn->x1, drawn->x0);
+    EXPECT_GE(drawn->y0, f.set.static_height) << "glyphs on demand stand above the start glyphs";
+    // Controls and unassigned code points get a glyph too (the box).
+    for (u32 c : {0x09u, 0x7Fu, 0xD800u, 0x10FFFFu, 0xE0000u}) EXPECT_GT(font_glyph(font, c)->advance, 0.0f) << c;
+
+    u64 memory_before = 0;
+    for (u32 c = 0x4E00; c < 0x4E00 + 20000; ++c) {
+        for (u32 k = 0; k < f.set.font_count; ++k) {
+            font_t *fk = font_get(&f.set, k);
+            const glyph_t *g = font_glyph_drawn(fk, c);
+            ASSERT_GT(g->advance, 0.0f);
+            if (font_set_atlas_overflowed(&f.set)) font_set_atlas_evict(&f.set);
+        }
+        if (c == 0x4E00 + 1000) memory_before = font_set_store_stats(&f.set).memory;
+    }
+    font_store_stats_t stats = font_set_store_stats(&f.set);
+    EXPECT_GT(stats.evictions, 0u);
+    EXPECT_LT(stats.memory, 100ull << 20);
+    EXPECT_LT(stats.memory - memory_before, 8ull << 20) << "the store does not grow with the characters";
+    // The atlas still has the start glyphs after all that.
     check_atlas(&f.set);
+}
+
+// An Arabic sentence with a Latin word and a number reads right to left,
+// the word and the number each keeping their own order.
+TEST(Fonts, MixedDirectionOrder) {
+    // Logical: two Arabic letters, space, "ab", space, "12". The number
+    // follows a Latin word, so it joins its stretch.
+    const u32 text[] = {0x645, 0x631, ' ', 'a', 'b', ' ', '1', '2'};
+    u8 levels[8];
+    EXPECT_EQ(font_bidi_levels(text, 8, levels), 1);
+    u32 order[8] = {0, 1, 2, 3, 4, 5, 6, 7};
+    font_bidi_reorder(levels, 8, order);
+    const u32 expected[] = {3, 4, 5, 6, 7, 2, 1, 0}; // "ab 12" is one left-to-right stretch
+    EXPECT_TRUE(std::equal(order, order + 8, expected));
+    // A Latin paragraph stays in order; bidi controls nested far too deep
+    // are taken as far as the algorithm goes, never a stop.
+    const u32 latin[] = {'a', ' ', 0x5D0, 0x5D1, ' ', 'b'};
+    EXPECT_EQ(font_bidi_levels(latin, 6, levels), 0);
+    std::vector<u32> nested(400, 0x202B);
+    nested.push_back(0x5D0);
+    std::vector<u8> deep(nested.size());
+    font_bidi_levels(nested.data(), (u32)nested.size(), deep.data());
+    std::vector<u32> deep_order(nested.size());
+    for (u32 i = 0; i < deep_order.size(); ++i) deep_order[i] = i;
+    font_bidi_reorder(deep.data(), (u32)deep.size(), deep_order.data());
 }
 
 } // namespace

@@ -9,6 +9,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include <string>
 #include <vector>
 
@@ -74,9 +76,9 @@ struct renderer_test_t : ::testing::Test {
         if (!window.running) return;
         window_swap_interval(0);
         code_point_list_init(&code_points, code_point_storage.data(), (u32)code_point_storage.size());
-        static data_t sans = font_file_load("Verdana", false);
-        static data_t mono = font_file_load("Lucida Console", true);
-        font_set_create_application(&font_set, data_virtual_alloc(0x500000, 0), &sans, &mono, &code_points);
+        static data_t sans = font_file_load_sans();
+        static data_t mono = font_file_load_mono();
+        font_set_create_application(&font_set, data_virtual_alloc(0x500000, 0), &sans, &mono);
         renderer = gl_renderer_create(window.width, window.height, gl_renderer_blend);
         rectangles = gl_batch_create_rectangles(&renderer);
         text = gl_batch_create_text(&renderer, 4000, 100, 0, 0, nullptr, &font_set, 0);
@@ -206,39 +208,39 @@ TEST_F(renderer_test_t, ImagesOfOneAndFourChannels) {
     EXPECT_EQ(textures[0], 0u);
 }
 
-TEST_F(renderer_test_t, TheAtlasIsRebuiltAfterNewCodePoints) {
+// A letter beyond the start list is drawn in its first frame, from its own
+// box. A save that trims and reorders the reader's code point list leaves
+// every drawn character as it was: the fonts never read that list.
+TEST_F(renderer_test_t, GlyphsOnDemandAndATrimmedListChangesNoCharacter) {
     const u32 zhe = 0x416; // Cyrillic capital ZHE, not in the start list
-    const std::string zhe_text = "\xD0\x96";
     const font_t *font = font_get(&font_set, 2);
-    ASSERT_NE(font->code_points[font_glyph_index(font, zhe)], zhe);
-
-    // Unknown: drawn as the glyph at the replacement index.
-    frame_t before = draw_text(zhe_text, 60, 100, 2);
-    u8 buffer[4], size = 0;
-    u32 error = 0;
-    utf8_encode(buffer, buffer + 4, font->code_points[replacement_glyph_index], &size, &error);
-    frame_t replacement = draw_text(std::string((char *)buffer, size), 60, 100, 2);
-    EXPECT_EQ(before.pixels, replacement.pixels);
-
-    // The frame loop's rebuild: the list grew, the set is built again and
-    // the text texture dropped so that the next flush uploads the new atlas.
-    code_points.code_points[code_points.count++] = zhe;
-    ASSERT_NE(batch(text)->texture, 0u);
-    font_set_rebuild(&font_set, &code_points);
-    gl_texture_delete(&batch(text)->texture);
-    font = font_get(&font_set, 2);
-    ASSERT_EQ(font->code_points[font_glyph_index(font, zhe)], zhe);
-
-    frame_t after = draw_text(zhe_text, 60, 100, 2);
-    EXPECT_NE(after.pixels, before.pixels);
-    // The glyph's own box, from its metrics, holds what was drawn.
-    const glyph_t *g = &font->glyphs[font_glyph_index(font, zhe)];
+    ASSERT_EQ(font_glyph_index(font, zhe), font_glyph_none);
+    frame_t after = draw_text("\xD0\x96", 60, 100, 2);
+    const glyph_t *g = font_glyph_drawn(font, zhe);
     box_t box = after.lit_box();
     ASSERT_GE(box.r, box.l);
     EXPECT_NEAR(box.l, 60 + g->left, 1.5);
     EXPECT_NEAR(box.r + 1, 60 + g->right, 1.5);
     EXPECT_NEAR(box.t + 1, 100 + g->top, 1.5);
     EXPECT_NEAR(box.b, 100 + g->bottom, 1.5);
+    EXPECT_NE(after.pixels, draw_text("\xEF\xBF\xBD", 60, 100, 2).pixels) << "not the replacement character";
+    // Han from a fallback face: glyphs that differ from the box a character
+    // without a face gets (U+FFFF) and from each other.
+    const frame_t zhong = draw_text("中", 60, 100, 2), wen = draw_text("文", 60, 100, 2);
+    const frame_t box_glyph = draw_text("\xEF\xBF\xBF", 60, 100, 2);
+    EXPECT_GT(zhong.lit_box().r - zhong.lit_box().l, 8);
+    EXPECT_NE(zhong.pixels, wen.pixels);
+    EXPECT_NE(zhong.pixels, box_glyph.pixels);
+    EXPECT_NE(wen.pixels, box_glyph.pixels);
+
+    const std::string title = "The lifeboat\xE2\x80\x99s \xE2\x98\xBA \xE2\x80\xA6 \xD0\x96";
+    code_points.count = code_point_list_start_count;
+    for (u32 c : {0x2019u, 0x263Au, 0x416u}) code_points.code_points[code_points.count++] = c;
+    frame_t before_save = draw_text(title, 10, 100, 0);
+    // What a save's trim does: drop what no text uses, U+FFFD moves.
+    std::reverse(code_points.code_points, code_points.code_points + code_points.count);
+    code_points.count -= 2;
+    EXPECT_EQ(draw_text(title, 10, 100, 0).pixels, before_save.pixels);
 }
 
 } // namespace

@@ -39,7 +39,7 @@ struct layout_test_t : ::testing::Test {
     static const font_t *font() { return font_get(set, 0); }
     static const glyph_t *glyph(u32 c) { return &font()->glyphs[font_glyph_index(font(), c)]; }
     static f32 advance(u32 c) { return glyph(c)->advance; }
-    static f32 bearing(u32 c) { return glyph(c)->left; }
+    static f32 bearing(u32 c) { return font_glyph(font(), c)->left; }
     static f32 kern(u32 a, u32 b) { return (f32)font_kerning(font(), glyph(a), b) * font()->scale; }
     static f32 h() { return font_line_height(font(), false); }
     static f32 g() { return (f32)font()->line_gap * font()->scale; }
@@ -113,6 +113,10 @@ TEST_F(layout_test_t, LineBreaking) {
         {"CR LF is one break", "a\r\nb", 1000, 0, {"a", "b"}},
         {"LF CR are two", "a\n\rb", 1000, 0, {"a", "", "b"}},
         {"a character wider than the line is dropped", "ab", 1, 0, {"", "", ""}},
+        {"Han breaks between characters", "中文中文中文", width("中文中") + 1, 0, {"中文中", "文中文"}},
+        {"a full stop never starts a line", "中文。中", width("中文") + 1, 0, {"中", "文。", "中"}},
+        {"Latin inside Han moves whole", "中文abc", width("中文a") + 1, 0, {"中文", "abc"}},
+        {"Thai breaks between words", "ชาวประมงกลับบ้าน", width("ชาวประมง") + 1, 0, {"ชาวประมง", "กลับบ้าน"}},
     };
     for (const row_t &r : rows) {
         arena.used = 0;
@@ -130,8 +134,12 @@ TEST_F(layout_test_t, LineBreaking) {
             ASSERT_NEAR(line, roundf(line), 1e-3) << r.name;
             ASSERT_LT((size_t)line, lines.size()) << r.name;
             lines[(size_t)line] += segment_text(sg);
-            if (s == 0 || c->string.segments[s - 1].rect.w != sg.rect.w) // a line's first segment
-                EXPECT_FLOAT_EQ(sg.rect.x, 100 - bearing(sg.text[0])) << r.name;
+            if (s == 0 || c->string.segments[s - 1].rect.w != sg.rect.w) { // a line's first segment
+                u32 first = 0, error = 0;
+                u8 size = 0;
+                utf8_decode(sg.text, sg.text + sg.bytes, &first, &size, &error);
+                EXPECT_FLOAT_EQ(sg.rect.x, 100 - bearing(first)) << r.name;
+            }
         }
         EXPECT_EQ(lines, r.lines) << r.name;
         EXPECT_FLOAT_EQ(l.content_height, r.lines.size() * h() + (r.lines.size() - 1) * g()) << r.name;
@@ -259,7 +267,8 @@ TEST_F(layout_test_t, ScrollClampAndVisibleSegments) {
 // the recording measured (both asserted inside).
 TEST_F(layout_test_t, AnyBytesInAnyBox) {
     const std::string pieces[] = {"a", "W", " ", "\n", "\r", "\t", "\xE2\x82\xAC", "\xFF", "\xE2\x82", "\xF0\x9F\x98\x80",
-                                  std::string(1, '\0'), "mmmmmmmmmmmm"};
+                                  std::string(1, '\0'), "mmmmmmmmmmmm", "中文。", "مرحبا", "שלום", "नमस्ते",
+                                  "\xCC\x81", "\xE2\x80\xAB", "\xE2\x80\xAC", "ไทย", "\xEF\xBF\xBF"};
     unsigned seed = 5;
     auto next = [&seed](unsigned n) {
         seed = seed * 1103515245u + 12345u;
@@ -288,6 +297,24 @@ TEST_F(layout_test_t, AnyBytesInAnyBox) {
         });
         EXPECT_EQ(l.state, (u32)layout_state_done);
     }
+}
+
+// A run of a shaped script is measured as HarfBuzz shapes it: joined
+// Arabic is narrower than its letters standing alone, and the layout, the
+// single-line walk and the run's own width agree.
+TEST_F(layout_test_t, ShapedRunsAreMeasuredShaped) {
+    const std::string word = "مرحبا", letters[] = {"م", "ر", "ح", "ب", "ا"};
+    f32 alone = 0;
+    for (const std::string &l : letters) alone += width(l);
+    const f32 joined = width(word);
+    EXPECT_GT(joined, 10.0f);
+    EXPECT_LT(joined, alone - 2.0f);
+    EXPECT_FLOAT_EQ(joined, font_run_width(font(), (const u8 *)word.data(), word.size()));
+    layout_t l = make(500, 400);
+    layout_command_t *c = nullptr;
+    frame(&l, [&](layout_t *p) { c = layout_string_p(p, (const u8 *)word.data(), word.size()); });
+    ASSERT_EQ(c->string.segment_count, 1u);
+    EXPECT_FLOAT_EQ(c->string.segments[0].rect.z - c->string.segments[0].rect.x, joined);
 }
 
 using layout_death_test_t = layout_test_t;

@@ -1,6 +1,5 @@
 // ui_test_helpers.h - widgets driven through the headless window layer: a
-// window, the application's fonts (found through fontconfig, as the program
-// finds them), a fresh ui_t per test, and frames of queued events.
+// window, the application's fonts (found as the program finds them), a fresh ui_t per test, and frames of queued events.
 #pragma once
 
 #include "gfx/fonts.h"
@@ -21,37 +20,12 @@
 
 namespace ui_test {
 
-// The file the program loads for a family: the family itself, else the
-// default face of its kind.
-inline data_t font_file(const std::string &family, bool mono) {
-    static std::vector<std::string> files;
-    const std::string style = std::string(":outline=true:weight=regular:slant=roman") + (mono ? ":spacing=mono" : "");
-    for (const std::string &wanted : {family, std::string(mono ? "monospace" : "sans-serif")}) {
-        FILE *pipe = popen(("fc-match -f '%{family[0]}|%{file}' '" + wanted + style + "'").c_str(), "r");
-        char line[4096] = {};
-        const std::string answer(line, pipe ? fread(line, 1, sizeof(line) - 1, pipe) : 0);
-        if (pipe) pclose(pipe);
-        const size_t bar = answer.find('|');
-        if (bar == std::string::npos ||
-            (wanted == family && strcasecmp(answer.substr(0, bar).c_str(), family.c_str()) != 0))
-            continue;
-        std::ifstream in(answer.substr(bar + 1), std::ios::binary);
-        files.emplace_back(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-        return data_t{files.back().size(), files.back().size(), (u8 *)files.back().data()};
-    }
-    return data_t{};
-}
-
 inline font_set_t *fonts() {
     static font_set_t set = {};
-    static std::vector<u32> list(2048);
-    static code_point_list_t code_points = {};
     if (set.font_count == 0) {
-        static data_t sans = font_file("Verdana", false);
-        static data_t mono = font_file("Lucida Console", true);
-        code_point_list_init(&code_points, list.data(), (u32)list.size());
-        code_points.count = code_point_list_start_count;
-        font_set_create_application(&set, data_virtual_alloc(0x500000, 0), &sans, &mono, &code_points);
+        static data_t sans = font_file_load_sans();
+        static data_t mono = font_file_load_mono();
+        font_set_create_application(&set, data_virtual_alloc(0x500000, 0), &sans, &mono);
     }
     return &set;
 }

@@ -59,9 +59,9 @@ struct pixels_test_t : ::testing::Test {
         if (!window.running) return;
         window_swap_interval(0);
         code_point_list_init(&code_points, code_point_storage.data(), (u32)code_point_storage.size());
-        static data_t sans = font_file_load("Verdana", false);
-        static data_t mono = font_file_load("Lucida Console", true);
-        font_set_create_application(&font_set, data_virtual_alloc(0x500000, 0), &sans, &mono, &code_points);
+        static data_t sans = font_file_load_sans();
+        static data_t mono = font_file_load_mono();
+        font_set_create_application(&font_set, data_virtual_alloc(0x500000, 0), &sans, &mono);
         frame_memory = data_virtual_alloc(0x400000, 0);
         ui = ui_create(&frame_memory, &window);
         renderer = gl_renderer_create(window.width, window.height, gl_renderer_blend);

@@ -22,20 +22,15 @@
 #include "toolkit/widgets.h"
 #include "views/view_article.h"
 
-inline data_t reading_font_file(const char *family, bool monospace) {
-    data_t file = font_file_load(family, monospace);
-    return file.bytes ? file : ui_test::font_file(family, monospace);
-}
-
 // The application's fonts over the reader's code points, a window of the
 // given size, and the context and toolkit that views draw with.
 inline void open_view_window(test_reader_t &r, window_t &window, font_set_t &fonts, ui_t &ui, view_state_t &state,
                              app_context &context, i32 width, i32 height) {
-    static data_t sans = reading_font_file("Verdana", false);
-    static data_t mono = reading_font_file("Lucida Console", true);
+    static data_t sans = font_file_load_sans();
+    static data_t mono = font_file_load_mono();
     ASSERT_NE(sans.bytes, nullptr) << "no sans face: install fonts-dejavu-core";
     r.code_points.count = code_point_list_start_count;
-    font_set_create_application(&fonts, data_virtual_alloc(0x500000, 0), &sans, &mono, &r.code_points);
+    font_set_create_application(&fonts, data_virtual_alloc(0x500000, 0), &sans, &mono);
     data_t title = data_literal("views");
     window_create(&window, &title, width, height, window_centred, window_centred, 0);
     window_handle_messages(&window, 0);

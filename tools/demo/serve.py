@@ -17,6 +17,8 @@ and writes the port to FILE when asked. What it serves:
   /twenty.opml          an OPML list of 20 feeds in two folders: 18 made-up
                         ones, the web page, and an address where nothing listens
   /dead                 the address where nothing listens, as text
+  /han.xml?count=N      a feed of 100 items whose texts hold N distinct Han
+                        characters (default 20000), from U+4E00 on
 
 In the files, {base} stands for the base address.
 """
@@ -55,6 +57,21 @@ def generated_feed(base, name, items, title):
                    "<description>&lt;p&gt;Item %d of %s: a short paragraph of text.&lt;/p&gt;</description></item>" %
                    (html.escape(title), i + 1, base, name, i + 1, name, i + 1, days[(day + 4) % 7], day,
                     23 - hours % 24, i + 1, html.escape(name)))
+    out.append("</channel></rss>\n")
+    return "".join(out).encode()
+
+
+def han_feed(base, count):
+    characters = [chr(0x4E00 + i) for i in range(count)]
+    per_item = (count + 99) // 100
+    out = ['<?xml version="1.0" encoding="UTF-8"?>\n<rss version="2.0"><channel>',
+           "<title>Han %d</title><link>%s/han</link><description>Distinct characters</description>" % (count, base)]
+    for i in range(100):
+        text = "".join(characters[i * per_item:(i + 1) * per_item])
+        out.append("<item><title>%s</title><link>%s/han/%d</link><guid>han-%d</guid>"
+                   "<pubDate>Sat, 31 Oct 2026 %02d:%02d:00 GMT</pubDate>"
+                   "<description>&lt;p&gt;%s&lt;/p&gt;</description></item>" %
+                   (text[:24], base, i, i, 23 - i // 60, 59 - i % 60, text))
     out.append("</channel></rss>\n")
     return "".join(out).encode()
 
@@ -98,6 +115,8 @@ class Handler(BaseHTTPRequestHandler):
             items = int(query.get("items", ["10"])[0])
             title = query.get("title", [name])[0]
             return self.answer(generated_feed(base, name, items, title), TYPES[".xml"])
+        if path == "/han.xml":
+            return self.answer(han_feed(base, int(query.get("count", ["20000"])[0])), TYPES[".xml"])
         if path == "/twenty.opml":
             return self.answer(twenty_opml(base, self.server.dead), TYPES[".opml"])
         if path == "/dead":
