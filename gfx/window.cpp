@@ -47,6 +47,17 @@ constexpr key_tables_t key_tables_make() {
 
 constexpr key_tables_t key_tables = key_tables_make();
 
+// Every id maps to its virtual key and back, except the second of two ids
+// that share one (kana/hangul, hanja/kanji).
+constexpr bool key_tables_agree() {
+    for (u32 id = 1; id < key_count; ++id) {
+        u32 back = key_tables.from_virtual[key_tables.to_virtual[id]];
+        if (back != (id == key_hangul || id == key_kanji ? id - 1 : id)) return false;
+    }
+    return key_tables.from_virtual[0x07] == 0; // a code without an id
+}
+static_assert(key_tables_agree(), "the two key tables disagree");
+
 } // namespace
 
 const u8 (&key_to_virtual_key)[key_count] = key_tables.to_virtual;

@@ -137,7 +137,7 @@ void draw_feed(app_context *context, reader_t *reader, vec4 rect, bool rss) {
 } // namespace
 
 void feed_view_layout(app_context *context, reader_t *reader, vec4 rect, layout_t *layout) {
-    feed_passes(context, reader, rect, feed_get_type(context->view_state->selected_feed) == 1, layout);
+    feed_passes(context, reader, rect, feed_get_type(context->view_state->selected_feed) == reader_type_rss, layout);
 }
 
 void draw_feed_rss(app_context *context, reader_t *reader, vec4 rect) {

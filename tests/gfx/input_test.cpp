@@ -197,14 +197,4 @@ TEST_F(input_fixture_t, FocusLostAndGained) {
     step({key_event(0x42, false)});
 }
 
-TEST(KeyTables, TheTwoTablesAgree) {
-    // Every id maps to its virtual key and back, except the second of two ids
-    // that share one (kana/hangul, hanja/kanji).
-    for (u32 id = 1; id < key_count; ++id) {
-        u32 back = virtual_key_to_key[key_to_virtual_key[id]];
-        EXPECT_EQ(back, id == key_hangul || id == key_kanji ? id - 1 : id) << id;
-    }
-    EXPECT_EQ(virtual_key_to_key[0x07], 0u); // a code without an id
-}
-
 } // namespace
