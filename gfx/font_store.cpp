@@ -133,6 +133,11 @@ struct font_run_slot_t {
 
 } // namespace
 
+// The free part of an atlas: glyphs fill shelves from the bottom up.
+struct font_shelf_t {
+    u32 x, y, height;
+};
+
 struct font_store_t {
     font_heap_t heap;
     FT_MemoryRec_ memory;
@@ -145,7 +150,8 @@ struct font_store_t {
     u32 char_count;
     font_glyph_slot_t *glyphs;
     u32 glyph_count;
-    u32 shelf_x, shelf_y, shelf_height;
+    font_shelf_t shelf;        // of the grey atlas
+    font_shelf_t colour_shelf; // of the colour atlas
     u32 overflowed;
     u32 evictions;
     u32 searches; // fontconfig questions in this frame
@@ -246,9 +252,16 @@ bool font_never_searched(u32 c) {
 // The face that has the character, for any font: open faces first, then
 // fontconfig. font_face_none when nothing has it (or the search is put off:
 // *provisional).
+// The pictographs shown as emoji by default: drawn from a colour face where
+// one is installed, even when the primary face has a plain glyph for them.
+bool font_prefers_colour(u32 c) { return c >= 0x1F000 && c <= 0x1FAFF; }
+
 u16 font_face_search(font_store_t *store, u32 code_point, bool *provisional) {
     *provisional = false;
-    for (u32 f = 0; f < store->face_count; ++f)
+    const bool colour = font_prefers_colour(code_point);
+    for (u32 f = 0; colour && f < store->face_count; ++f)
+        if (FT_HAS_COLOR(store->faces[f].face) && FT_Get_Char_Index(store->faces[f].face, code_point)) return (u16)f;
+    for (u32 f = 0; !colour && f < store->face_count; ++f)
         if (FT_Get_Char_Index(store->faces[f].face, code_point)) return (u16)f;
     if (font_never_searched(code_point)) return font_face_none;
     if (store->searches >= font_store_searches_per_frame) {
@@ -262,7 +275,8 @@ u16 font_face_search(font_store_t *store, u32 code_point, bool *provisional) {
     if (length == 0) return font_face_none;
     u64 hash = font_path_hash(path, length);
     for (u32 f = 0; f < store->face_count; ++f)
-        if (store->faces[f].path_hash == hash && store->faces[f].face_index == face_index) return font_face_none;
+        if (store->faces[f].path_hash == hash && store->faces[f].face_index == face_index)
+            return colour && FT_Get_Char_Index(store->faces[f].face, code_point) ? (u16)f : font_face_none;
     if (store->face_count >= font_store_max_faces) return font_face_none;
     u32 error = 0;
     data_t file_path = data_t{length + 1, length, (u8 *)path};
@@ -279,9 +293,19 @@ u16 font_face_search(font_store_t *store, u32 code_point, bool *provisional) {
     return face;
 }
 
+bool font_face_size(font_store_t *store, u32 face, u32 font);
+
 f32 font_advance(font_store_t *store, u32 face, u32 font, u32 glyph) {
     FT_Face f = store->faces[face].face;
     FT_Fixed units = 0;
+    if (store->faces[face].bitmap_only) {
+        // A face of bitmaps has no unscaled advances: its strike's, scaled
+        // to the em like the bitmaps.
+        if (!font_face_size(store, face, font) || FT_Get_Advance(f, glyph, FT_LOAD_COLOR, &units) ||
+            !f->size->metrics.y_ppem)
+            return store->em[font];
+        return (f32)units / 65536.0f * store->em[font] / (f32)f->size->metrics.y_ppem;
+    }
     if (!f->units_per_EM || FT_Get_Advance(f, glyph, FT_LOAD_NO_SCALE, &units)) return store->em[font] * 0.5f;
     return (f32)units * store->em[font] / (f32)f->units_per_EM;
 }
@@ -300,7 +324,7 @@ const font_char_t *font_char(font_store_t *store, u32 font, u32 code_point) {
     u16 face = store->primary[font];
     u32 glyph = face != font_face_none ? FT_Get_Char_Index(store->faces[face].face, code_point) : 0;
     bool provisional = false;
-    if (!glyph) {
+    if (!glyph || font_prefers_colour(code_point)) {
         // Which face has it is the same for every font: asked once.
         bool fresh_any = false;
         font_char_t *any = font_char_find(store, ((font_any << 21) | (code_point & 0x1FFFFF)) + 1, &fresh_any);
@@ -334,24 +358,44 @@ bool font_face_size(font_store_t *store, u32 face, u32 font) {
     return FT_Activate_Size(f->sizes[font]) == 0;
 }
 
-// A free box of the atlas, w by h, on the current shelf or a new one.
-bool font_atlas_take(font_set_t *set, u32 w, u32 h, u32 *x, u32 *y) {
-    font_store_t *store = set->store;
-    if (store->shelf_x + w + 1 > font_atlas_size) {
-        store->shelf_y += store->shelf_height;
-        store->shelf_x = 0;
-        store->shelf_height = 0;
+// A free box of an atlas `size` pixels a side, w by h, on the current shelf
+// or a new one.
+bool font_atlas_take(font_shelf_t *shelf, u32 size, u32 w, u32 h, u32 *x, u32 *y) {
+    if (shelf->x + w + 1 > size) {
+        shelf->y += shelf->height;
+        shelf->x = 0;
+        shelf->height = 0;
     }
-    if (store->shelf_y + h + 1 > font_atlas_size || w + 1 > font_atlas_size) return false;
-    *x = store->shelf_x;
-    *y = store->shelf_y;
-    store->shelf_x += w + 1;
-    if (h + 1 > store->shelf_height) store->shelf_height = h + 1;
+    if (shelf->y + h + 1 > size || w + 1 > size) return false;
+    *x = shelf->x;
+    *y = shelf->y;
+    shelf->x += w + 1;
+    if (h + 1 > shelf->height) shelf->height = h + 1;
     return true;
 }
 
+// Copies a colour bitmap (premultiplied blue, green, red, alpha; top row
+// first) into the colour atlas as straight red, green, blue, alpha, bottom
+// row first, the way the text shader blends it.
+void font_colour_copy(font_set_t *set, const u8 *pixels, u32 w, u32 h, u32 x, u32 y) {
+    for (u32 r = 0; r < h; ++r) {
+        u8 *row = set->colour_atlas.bytes + ((u64)(y + h - 1 - r) * font_colour_atlas_size + x) * 4;
+        for (u32 i = 0; i < w; ++i) {
+            const u8 *p = &pixels[((u64)r * w + i) * 4];
+            u32 a = p[3];
+            for (u32 k = 0; k < 3; ++k) {
+                u32 c = a ? (p[2 - k] * 255u + a / 2) / a : 0;
+                row[i * 4 + k] = (u8)(c > 255 ? 255 : c);
+            }
+            row[i * 4 + 3] = (u8)a;
+        }
+    }
+    if (y < set->colour_dirty_low) set->colour_dirty_low = y;
+    if (y + h > set->colour_dirty_high) set->colour_dirty_high = y + h;
+}
+
 // Rasterises a glyph into the atlas. Colour bitmaps are scaled to the font's
-// em and drawn in grey.
+// em and go to the colour atlas.
 bool font_rasterise(font_set_t *set, u32 face, u32 font, u32 glyph, glyph_t *out) {
     font_store_t *store = set->store;
     font_face_t *f = &store->faces[face];
@@ -364,9 +408,7 @@ bool font_rasterise(font_set_t *set, u32 face, u32 font, u32 glyph, glyph_t *out
     f32 scale = 1.0f;
     u8 *scaled = nullptr;
     if (b->pixel_mode == FT_PIXEL_MODE_BGRA && w && h) {
-        // A colour strike: scaled to the em, drawn in grey (the atlas has one
-        // channel): the brightness of its premultiplied colour, never below
-        // a quarter of its alpha, so that dark parts still show.
+        // A colour strike: scaled to the em.
         scale = store->em[font] / (f32)(f->face->size->metrics.y_ppem ? f->face->size->metrics.y_ppem : 1);
         u32 width = (u32)((f32)w * scale + 0.5f), height = 0, error = 0;
         if (width == 0) width = 1;
@@ -384,25 +426,22 @@ bool font_rasterise(font_set_t *set, u32 face, u32 font, u32 glyph, glyph_t *out
         return false;
     }
     u32 x = 0, y = 0;
-    if (w && h && !font_atlas_take(set, w, h, &x, &y)) {
+    bool taken = scaled ? font_atlas_take(&store->colour_shelf, font_colour_atlas_size, w, h, &x, &y)
+                        : font_atlas_take(&store->shelf, font_atlas_size, w, h, &x, &y);
+    if (w && h && !taken) {
         font_heap_free(&store->heap, scaled);
         store->overflowed = 1;
         return false;
     }
-    for (u32 r = 0; r < h; ++r) {
-        u8 *row = set->atlas.bytes + (u64)(y + h - 1 - r) * font_atlas_size + x;
-        if (scaled) {
-            for (u32 i = 0; i < w; ++i) {
-                const u8 *p = &scaled[((u64)r * w + i) * 4]; // blue, green, red, alpha
-                u32 grey = (29u * p[0] + 150u * p[1] + 77u * p[2]) >> 8, floor = p[3] / 4u;
-                row[i] = (u8)(grey > floor ? grey : floor);
-            }
-        } else {
-            memory_copy(row, b->buffer + (i64)r * b->pitch, w);
-        }
+    out->colour = scaled ? 1 : 0;
+    if (scaled) {
+        font_colour_copy(set, scaled, w, h, x, y);
+    } else {
+        for (u32 r = 0; r < h; ++r)
+            memory_copy(set->atlas.bytes + (u64)(y + h - 1 - r) * font_atlas_size + x, b->buffer + (i64)r * b->pitch, w);
     }
     font_heap_free(&store->heap, scaled);
-    if (h) {
+    if (h && !scaled) {
         if (y < set->dirty_low) set->dirty_low = y;
         if (y + h > set->dirty_high) set->dirty_high = y + h;
     }
@@ -425,8 +464,9 @@ void font_store_create(font_set_t *set) {
     u64 runs = (u64)font_store_run_capacity * sizeof(font_run_slot_t);
     u64 advances = (u64)font_store_max_fonts * font_store_advance_slots * sizeof(font_advance_slot_t);
     u64 atlas = (u64)font_atlas_size * font_atlas_size;
-    data_t block =
-        data_virtual_alloc(sizeof(font_store_t) + chars + glyphs + runs + advances + atlas + font_store_heap_size + 512, 0);
+    u64 colour = (u64)font_colour_atlas_size * font_colour_atlas_size * 4;
+    data_t block = data_virtual_alloc(
+        sizeof(font_store_t) + chars + glyphs + runs + advances + atlas + colour + font_store_heap_size + 512, 0);
     assert_message(block.bytes, "No memory for the glyph store.");
     font_store_t *store = (font_store_t *)data_push(&block, sizeof(font_store_t), 8);
     memory_zero(store, sizeof(*store));
@@ -437,6 +477,10 @@ void font_store_create(font_set_t *set) {
     store->advances = (font_advance_slot_t *)data_push(&block, advances, 8);
     memory_zero(store->advances, advances);
     set->atlas = data_t{atlas, atlas, (u8 *)data_push(&block, atlas, 8)};
+    set->colour_atlas = data_t{colour, colour, (u8 *)data_push(&block, colour, 8)};
+    memory_zero(set->colour_atlas.bytes, colour);
+    set->colour_dirty_low = 0;
+    set->colour_dirty_high = font_colour_atlas_size;
     store->heap.block = data_block_reserve_rest(&block, 16);
     memory_zero(store->chars, chars);
     memory_zero(store->glyphs, glyphs);
@@ -481,7 +525,7 @@ void font_store_place_start_glyphs(font_set_t *set, const u8 *pixels, u32 width,
     for (u32 r = 0; r < height; ++r)
         memory_copy(set->atlas.bytes + (u64)r * font_atlas_size, pixels + (u64)r * width, width);
     set->static_height = height;
-    set->store->shelf_y = height;
+    set->store->shelf.y = height;
     set->dirty_low = 0;
     set->dirty_high = font_atlas_size;
 }
@@ -702,9 +746,8 @@ void font_set_atlas_evict(font_set_t *set) {
     memory_zero(store->glyphs, (u64)font_store_glyph_capacity * sizeof(font_glyph_slot_t));
     store->glyph_count = 0;
     store->overflowed = 0;
-    store->shelf_x = 0;
-    store->shelf_y = set->static_height;
-    store->shelf_height = 0;
+    store->shelf = font_shelf_t{0, set->static_height, 0};
+    store->colour_shelf = font_shelf_t{};
     memory_zero(set->atlas.bytes + (u64)set->static_height * font_atlas_size,
                 (u64)(font_atlas_size - set->static_height) * font_atlas_size);
     set->dirty_low = set->static_height;
@@ -735,7 +778,7 @@ font_store_stats_t font_set_store_stats(const font_set_t *set) {
                (u64)font_store_glyph_capacity * sizeof(font_glyph_slot_t) +
                (u64)font_store_run_capacity * sizeof(font_run_slot_t) +
                (u64)font_store_max_fonts * font_store_advance_slots * sizeof(font_advance_slot_t) +
-               (u64)font_atlas_size * font_atlas_size +
+               (u64)font_atlas_size * font_atlas_size + (u64)font_colour_atlas_size * font_colour_atlas_size * 4 +
                set->store->heap.block.used;
     return s;
 }

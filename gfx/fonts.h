@@ -19,6 +19,7 @@ struct glyph_t {
     f32 advance;                     // pixels
     u32 kerning_count;
     u32 kerning_offset;              // relative to the font's kerning; stays 0
+    u32 colour;                      // 1: the box is in the colour atlas, drawn in its own colours
 };
 
 struct font_set_t;
@@ -52,6 +53,9 @@ struct font_set_t {
     u32 static_height;           // atlas rows of the start glyphs
     u32 dirty_low, dirty_high;   // atlas rows written since the last upload
     u32 texture;                 // the GL texture of the atlas; 0 until the renderer makes it
+    data_t colour_atlas;         // four bytes a pixel (red, green, blue, alpha), bottom row first: colour glyphs
+    u32 colour_dirty_low, colour_dirty_high;
+    u32 colour_texture;
 };
 
 struct font_metrics_t {
@@ -64,6 +68,7 @@ struct font_metrics_t {
 constexpr u32 font_max_code_points = 1023;
 constexpr u32 font_glyph_none = 0xFFFFFFFF;
 constexpr u32 font_atlas_size = 2048; // the atlas is square
+constexpr u32 font_colour_atlas_size = 512; // square too: colour glyphs (emoji) on demand
 
 void font_set_add(font_set_t *font_set, const data_t *font_file, f32 size, u32 *code_points, u32 count,
                   bool monospaced);

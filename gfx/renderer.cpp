@@ -82,14 +82,19 @@ static const char *const shader_textured_vertex =
     "    gl_Position = projection * vec4( position, 1.0 );\n"
     "}\n";
 
+// A glyph of the colour atlas comes with its u moved up by 2: it keeps its
+// own colours and takes only the text's alpha.
 static const char *const shader_text_fragment =
     "uniform sampler2D albedo;\n"
+    "uniform sampler2D colour_atlas;\n"
     "in vec2 out_uv;\n"
     "in vec4 out_color;\n"
     "out vec4 fragment_out_color;\n"
     "void main() {\n"
     "    float c = texture( albedo, out_uv ).r;\n"
-    "    fragment_out_color = vec4( out_color.r, out_color.g, out_color.b, out_color.a * c );\n"
+    "    vec4 e = texture( colour_atlas, out_uv - vec2( 2.0, 0.0 ) );\n"
+    "    fragment_out_color = out_uv.x >= 1.5 ? vec4( e.rgb, e.a * out_color.a )\n"
+    "                                         : vec4( out_color.r, out_color.g, out_color.b, out_color.a * c );\n"
     "}\n";
 
 static const char *const shader_image_fragment =
@@ -534,8 +539,13 @@ static u32 gl_text_vertices(gl_batch_t *batch, gl_command_t *command, f32 *verti
         if (walk_only || written >= command->text.glyphs) return;
         const f32 x0 = gx + glyph->left, x1 = gx + glyph->right;
         const f32 bottom = gy + glyph->bottom, top = gy + glyph->top;
-        const f32 u0 = glyph->x0 / atlas_width, u1 = glyph->x1 / atlas_width;
-        const f32 v0 = glyph->y0 / atlas_height, v1 = glyph->y1 / atlas_height;
+        f32 u0 = glyph->x0 / atlas_width, u1 = glyph->x1 / atlas_width;
+        f32 v0 = glyph->y0 / atlas_height, v1 = glyph->y1 / atlas_height;
+        if (glyph->colour) {
+            const f32 side = (f32)font_colour_atlas_size;
+            u0 = 2.0f + glyph->x0 / side, u1 = 2.0f + glyph->x1 / side;
+            v0 = glyph->y0 / side, v1 = glyph->y1 / side;
+        }
         const f32 corners[4][4] = {{x0, bottom, u0, v0}, {x1, bottom, u1, v0}, {x0, top, u0, v1}, {x1, top, u1, v1}};
         f32 *out = vertices + (u64)written * 4 * 5;
         for (u32 v = 0; v < 4; ++v) {
@@ -631,6 +641,22 @@ static u32 gl_text_vertices(gl_batch_t *batch, gl_command_t *command, f32 *verti
     return written;
 }
 
+// The colour atlas's changed rows go up to its texture, made on first use.
+static void gl_text_colour_upload(font_set_t *set) {
+    if (!set->colour_atlas.bytes) return;
+    const u32 side = font_colour_atlas_size;
+    if (set->colour_texture == 0) {
+        set->colour_texture = gl_texture_create(set->colour_atlas.bytes, side, side, 4, gl_texture_linear);
+    } else if (set->colour_dirty_high > set->colour_dirty_low) {
+        gl.glBindTexture(GL_TEXTURE_2D, set->colour_texture);
+        gl.glTexSubImage2D(GL_TEXTURE_2D, 0, 0, (GLint)set->colour_dirty_low, (GLsizei)side,
+                           (GLsizei)(set->colour_dirty_high - set->colour_dirty_low), GL_RGBA, GL_UNSIGNED_BYTE,
+                           set->colour_atlas.bytes + (u64)set->colour_dirty_low * side * 4);
+    }
+    set->colour_dirty_low = side;
+    set->colour_dirty_high = 0;
+}
+
 // Before any batch draws: every glyph of the frame's text gets its place in
 // the atlas of its set. When the atlas fills up, the glyphs on demand are
 // forgotten and the frame's own placed again, so only what was not drawn
@@ -667,6 +693,7 @@ static void gl_text_prepare(gl_renderer_t *renderer) {
         }
         set->dirty_low = set->atlas_height;
         set->dirty_high = 0;
+        gl_text_colour_upload(set);
         font_store_frame_end(set);
     }
 }
@@ -771,6 +798,13 @@ static void gl_batch_flush(gl_renderer_t *renderer, gl_batch_t *batch) {
     }
 
     if (textured) {
+        GLint colour_location = gl.glGetUniformLocation(batch->program, "colour_atlas");
+        if (batch->kind == gl_batch_kind_text && batch->font_set && colour_location >= 0) {
+            gl.glActiveTexture(GL_TEXTURE1);
+            gl.glBindTexture(GL_TEXTURE_2D, batch->font_set->colour_texture);
+            gl.glUniform1i(colour_location, 1);
+            gl.glUniform1i(gl.glGetUniformLocation(batch->program, "albedo"), 0);
+        }
         gl.glActiveTexture(GL_TEXTURE0);
         if (batch->kind == gl_batch_kind_text && batch->font_set) batch->texture = batch->font_set->texture;
         gl.glBindTexture(GL_TEXTURE_2D, batch->texture);

@@ -243,4 +243,22 @@ TEST_F(renderer_test_t, GlyphsOnDemandAndATrimmedListChangesNoCharacter) {
     EXPECT_EQ(draw_text(title, 10, 100, 0).pixels, before_save.pixels);
 }
 
+// An emoji of a colour face keeps its own colours: drawn in white text, it
+// has pixels that are no grey, which a tinted one-channel glyph can't give.
+TEST_F(renderer_test_t, ColourEmojiKeepTheirColours) {
+    const frame_t f = draw_text("\xF0\x9F\x98\x80\xF0\x9F\x8D\x8E", 60, 100, 2); // grinning face, red apple
+    const glyph_t *grin = font_glyph_drawn(font_get(&font_set, 2), 0x1F600);
+    if (!grin->colour) GTEST_SKIP() << "no colour emoji face installed";
+    EXPECT_GE(grin->advance + 1, grin->right) << "the next character starts past the emoji";
+    u32 coloured = 0;
+    for (i32 y = 0; y < height; ++y)
+        for (i32 x = 0; x < width; ++x) {
+            rgba_t c = f.at(x, y);
+            coloured += std::max({c.r, c.g, c.b}) - std::min({c.r, c.g, c.b}) > 60;
+        }
+    EXPECT_GT(coloured, 50u);
+    EXPECT_GT(f.lit_box().r - f.lit_box().l, 25) << "two emoji side by side, at the text's size";
+    EXPECT_LT(f.lit_box().t - f.lit_box().b, 40);
+}
+
 } // namespace
