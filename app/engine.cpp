@@ -19,8 +19,7 @@ data_t engine_user_folder(u8 *buffer, u64 size, const data_t *given) {
     return data_t{size, n, buffer};
 }
 
-bool engine_open(engine_t *engine, const data_t *user_folder, data_t *frame_memory, const data_t *file,
-                 u32 *replacement_glyph_index) {
+bool engine_open(engine_t *engine, const data_t *user_folder, data_t *frame_memory, const data_t *file) {
     reader_t *reader = &engine->reader;
     memory_zero(reader, sizeof(*reader));
     reader_init(reader);
@@ -33,8 +32,9 @@ bool engine_open(engine_t *engine, const data_t *user_folder, data_t *frame_memo
     assert_true(code_points);
     code_point_list_init(&engine->code_points, code_points, code_point_list_capacity);
     reader->code_points = &engine->code_points;
-    reader->replacement_glyph_index =
-        replacement_glyph_index ? replacement_glyph_index : &engine->replacement_glyph_index;
+    // The fonts find every glyph by its code point, so nothing needs the
+    // list's position of U+FFFD.
+    reader->replacement_glyph_index = nullptr;
 
     engine->frame_memory = frame_memory;
     engine->user_folder = user_folder;

@@ -31,7 +31,6 @@ struct engine_hooks_t {
 struct engine_t {
     reader_t reader;
     code_point_list_t code_points;
-    u32 replacement_glyph_index; // used when the owner keeps none of its own
     data_t general;
     data_t *frame_memory;       // the owner's; the owner empties it
     const data_t *user_folder;  // the owner's; where the snapshots live
@@ -52,10 +51,7 @@ data_t engine_user_folder(u8 *buffer, u64 size, const data_t *given);
 // The reader, its general block and code point list, then the newest snapshot
 // of the folder (or `file` when given). A snapshot that can't be read is
 // reported on stderr and gives false; the reader is then not fit for use.
-// `replacement_glyph_index` is where the position of U+FFFD goes (the atlas's
-// own, in the window program); null keeps it in the engine.
-bool engine_open(engine_t *engine, const data_t *user_folder, data_t *frame_memory, const data_t *file,
-                 u32 *replacement_glyph_index);
+bool engine_open(engine_t *engine, const data_t *user_folder, data_t *frame_memory, const data_t *file);
 // The fetching side: the HTTP session, the workers, the slots, the file
 // storage and the image cache, and the reader's hooks into them.
 void engine_start(engine_t *engine, const engine_hooks_t *hooks);

@@ -194,7 +194,7 @@ int main(int argc, char **argv) {
 
     // 6., 9. and 12. The reader, the general block with the code point list,
     // and the newest snapshot.
-    if (!engine_open(&engine, &app.user_folder, &app.frame_memory, nullptr, nullptr)) return 1;
+    if (!engine_open(&engine, &app.user_folder, &app.frame_memory, nullptr)) return 1;
     app.start_generation = engine.reader.generation;
 
     // 10. The font memory, behind the code point list.

@@ -23,7 +23,7 @@ bool tool_open(const data_t *folder, const data_t *file) {
         else print_error("tidewrack-tool: no per-user data folder (set HOME or use -path)\n");
         return false;
     }
-    return engine_open(&tool_engine, &tool_user_folder, &tool_frame_memory, file, nullptr);
+    return engine_open(&tool_engine, &tool_user_folder, &tool_frame_memory, file);
 }
 
 // The engine with its workers; no window, so no pictures and no wake hook.
